@@ -1,0 +1,24 @@
+# `cmake --install` puts the programs, the library with its headers, the manual page and a CMake
+# package file in place.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS corvanectl corvane-headless RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS CorvaneControl EXPORT CorvaneControl
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY Sources/CorvaneControl DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        FILES_MATCHING PATTERN "*.h")
+install(FILES Documentation/corvanectl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+install(EXPORT CorvaneControl NAMESPACE Corvane:: FILE CorvaneControlTargets.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneControl)
+configure_package_config_file(CMake/CorvaneControlConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/CorvaneControlConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneControl)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/CorvaneControlConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/CorvaneControlConfig.cmake
+              ${PROJECT_BINARY_DIR}/CorvaneControlConfigVersion.cmake
+              CMake/CorvaneDependencies.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneControl)

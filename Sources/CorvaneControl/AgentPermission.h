@@ -1,0 +1,217 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/Record.h"
+
+namespace CorvaneControl {
+
+/// A permission card: what an agent asks leave for, ready for display. It is built from the tool
+/// call in the agent's hook input, travels to the application inside a `ControlRequest`, and is
+/// bounded in size whatever the agent sent. A plain value, compared field by field.
+///
+/// Building a card never fails: input that gives no card gives nothing. Members of the input that
+/// have the wrong JSON type count as missing.
+struct AgentPermission {
+  enum class Action : std::uint8_t { run, edit, write, fetch, search, tool, ask, plan };
+
+  /// One line of the preview, without its line break.
+  struct Line {
+    enum class Kind : std::uint8_t { plain, added, removed };
+
+    std::string text{};
+    Kind kind = Kind::plain;
+
+    static constexpr auto fields =
+        std::tuple{Field{"text", &Line::text}, Field{"kind", &Line::kind}};
+    bool operator==(const Line&) const = default;
+  };
+
+  /// A multiple-choice question of the agent.
+  struct Question {
+    struct Option {
+      std::string label{};                  ///< Without the suffix that recommends it.
+      std::optional<std::string> detail{};  ///< The agent's description of the option.
+      bool recommended = false;
+
+      static constexpr auto fields =
+          std::tuple{Field{"label", &Option::label}, Field{"detail", &Option::detail},
+                     Field{"recommended", &Option::recommended}};
+      bool operator==(const Option&) const = default;
+
+      /// Takes a suffix such as "(Recommended)" off a label, in six languages, ASCII or full-width
+      /// parentheses; `recommended` tells whether there was one.
+      struct Reading {
+        std::string label{};
+        bool recommended = false;
+        bool operator==(const Reading&) const = default;
+      };
+      static Reading reading(std::string_view label);
+    };
+
+    std::string header{};  ///< A short tag above the question; empty when the agent gave none.
+    std::string text{};
+    std::vector<Option> options{};
+    bool multiSelect = false;  ///< Whether more than one option may be chosen.
+
+    static constexpr auto fields = std::tuple{
+        Field{"header", &Question::header}, Field{"text", &Question::text},
+        Field{"options", &Question::options}, Field{"multiSelect", &Question::multiSelect}};
+    bool operator==(const Question&) const = default;
+  };
+
+  Action action = Action::run;
+  std::string subject{};                ///< The main thing: command, file name, page, query, title.
+  std::optional<std::string> note{};    ///< One line of explanation.
+  std::vector<Line> lines{};            ///< The preview.
+  std::optional<std::string> folder{};  ///< The agent's working folder, home abbreviated to "~".
+  bool complete = true;                 ///< Whether nothing was cut from `lines` or their texts.
+  std::optional<std::vector<Question>> questions{};  ///< Only for `ask`.
+
+  static constexpr auto fields = std::tuple{
+      Field{"action", &AgentPermission::action},      Field{"subject", &AgentPermission::subject},
+      Field{"note", &AgentPermission::note},          Field{"lines", &AgentPermission::lines},
+      Field{"folder", &AgentPermission::folder},      Field{"complete", &AgentPermission::complete},
+      Field{"questions", &AgentPermission::questions}};
+  bool operator==(const AgentPermission&) const = default;
+
+  static constexpr std::size_t rows = 14;        ///< Display rows that a full card may use.
+  static constexpr std::size_t columns = 50;     ///< Characters in a display row.
+  static constexpr std::size_t previewRows = 8;  ///< Lines of a collapsed preview.
+
+  /// The card of a tool call; absent when the call gets none. `input` is the tool's input object;
+  /// `cwd` the agent's working folder.
+  static std::optional<AgentPermission> parse(std::string_view tool, const JSON::Value& input,
+                                              std::optional<std::string_view> cwd);
+  /// The card of the agent's multiple-choice questions ("AskUserQuestion").
+  static std::optional<AgentPermission> question(const JSON::Value& input,
+                                                 std::optional<std::string_view> cwd);
+  /// The card of a plan that waits for approval ("ExitPlanMode").
+  static std::optional<AgentPermission> plan(const JSON::Value& input,
+                                             std::optional<std::string_view> cwd);
+  /// The card of a patch in the format of "apply_patch"; absent when it names no file. Cut to the
+  /// limits by `parse`, not here: at most 301 lines are kept, enough to know that some were cut.
+  static std::optional<AgentPermission> patch(std::string_view text,
+                                              std::optional<std::string_view> cwd);
+
+  /// Identifies a tool call among others: 64-bit FNV-1a over the tool's name, a zero byte, and the
+  /// input's compact JSON with sorted keys and "\/"; in lower-case hexadecimal without leading
+  /// zeros. Absent when `input` is null or neither object nor array.
+  static std::optional<std::string> fingerprint(std::string_view tool, const JSON::Value* input);
+
+  /// The display rows that the lines need: one for an empty line, else one for each `columns`
+  /// characters begun.
+  static std::size_t rowsFor(const std::vector<Line>& lines);
+  /// Whether the whole card can be shown: complete, and within `rows` unless it asks or plans.
+  bool fitsCard() const;
+
+  struct Preview {
+    std::vector<Line> lines{};
+    std::size_t hidden = 0;  ///< How many lines were left out.
+    bool operator==(const Preview&) const = default;
+  };
+  /// All lines of a card that fits, else the first `previewRows`.
+  Preview preview() const;
+
+  std::size_t added() const;    ///< The number of added lines.
+  std::size_t removed() const;  ///< The number of removed lines.
+  std::size_t steps() const;    ///< The number of lines that look like numbered steps.
+};
+
+constexpr auto wireNames(AgentPermission::Action) {
+  using Action = AgentPermission::Action;
+  return std::array{WireName{Action::run, "run"},       WireName{Action::edit, "edit"},
+                    WireName{Action::write, "write"},   WireName{Action::fetch, "fetch"},
+                    WireName{Action::search, "search"}, WireName{Action::tool, "tool"},
+                    WireName{Action::ask, "ask"},       WireName{Action::plan, "plan"}};
+}
+
+constexpr auto wireNames(AgentPermission::Line::Kind) {
+  using Kind = AgentPermission::Line::Kind;
+  return std::array{WireName{Kind::plain, "plain"}, WireName{Kind::added, "added"},
+                    WireName{Kind::removed, "removed"}};
+}
+
+/// What the user would allow, in one word: "Run", "Edit", ...
+std::string_view verb(AgentPermission::Action action);
+/// What the agent wants, in a sentence: "Wants to run a command", ...
+std::string_view title(AgentPermission::Action action);
+
+/// The pieces that cards are made of.
+namespace Card {
+
+/// The lines of a text, split at line feeds, one carriage return before each taken off; the empty
+/// text gives one empty line, a final line feed adds none. At most `limit` lines are made.
+std::vector<AgentPermission::Line> text(std::string_view text, AgentPermission::Line::Kind kind,
+                                        std::size_t limit = static_cast<std::size_t>(-1));
+
+/// The removed lines of the old text, then the added lines of the new; a value that is null or no
+/// string gives none. An old text that is a single empty line is left out. At most `limit` lines.
+std::vector<AgentPermission::Line> edit(const JSON::Value* old, const JSON::Value* replacement,
+                                        std::size_t limit = static_cast<std::size_t>(-1));
+
+/// Cuts a card to 300 lines of 400 characters and its subject to 400 characters. Cut lines make it
+/// incomplete; a cut subject does not.
+std::optional<AgentPermission> limited(std::optional<AgentPermission> card);
+
+/// `path` with the user's home folder written as "~".
+std::string abbreviated(std::string_view path);
+
+/// The first line of a text, trimmed; absent when that is empty.
+std::optional<std::string> sentence(std::string_view text);
+
+/// Each member of a tool's input as "key: value", in the order of the keys; a value of several
+/// lines gives several lines. At most `limit` lines.
+std::vector<AgentPermission::Line> arguments(const JSON::Value& input,
+                                             std::size_t limit = static_cast<std::size_t>(-1));
+
+}  // namespace Card
+
+/// The user's answer to a permission card.
+enum class PermissionAnswer : std::uint8_t { allowed, denied };
+
+constexpr auto wireNames(PermissionAnswer) {
+  return std::array{WireName{PermissionAnswer::allowed, "allowed"},
+                    WireName{PermissionAnswer::denied, "denied"}};
+}
+
+/// How an approved plan goes on: without asking for further permissions, or asking as usual.
+enum class PlanApproval : std::uint8_t { automatic, manual };
+
+constexpr auto wireNames(PlanApproval) {
+  return std::array{WireName{PlanApproval::automatic, "auto"},
+                    WireName{PlanApproval::manual, "manual"}};
+}
+
+/// Everything that the user said to a card.
+struct PermissionReply {
+  PermissionAnswer answer = PermissionAnswer::denied;
+  /// For each question, the indices of the chosen options.
+  std::optional<std::vector<std::vector<std::int64_t>>> choices{};
+  std::optional<PlanApproval> approval{};
+
+  bool operator==(const PermissionReply&) const = default;
+};
+
+/// What the agents read from their hook's standard output: one line of JSON with sorted keys and
+/// "\/", ending in a line feed.
+namespace HookReply {
+
+/// The reply that carries `decision`, an object.
+std::string output(const JSON::Value& decision);
+/// A denial with a message for the agent; Claude is also told to stop its turn.
+std::string refusal(std::string_view agent, std::string_view message);
+/// Plain allowing or denying, as for a command or a file.
+std::string hookOutput(PermissionAnswer answer, std::string_view agent);
+
+}  // namespace HookReply
+
+}  // namespace CorvaneControl

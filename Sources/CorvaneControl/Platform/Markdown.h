@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// Inline Markdown (CommonMark inlines and strikethrough).
+namespace CorvaneControl::Markdown {
+
+/// The plain characters of one line of inline Markdown: emphasis, code and link marks disappear,
+/// entities and backslash escapes are resolved, images give their alternative text, autolinks their
+/// address; raw inline HTML stays as it is written, and so does white space. No block is ever
+/// recognised: a leading "- ", "# " or "> " is plain text.
+///
+/// Only the first 32,768 bytes (cut at a character) are read as Markdown, what follows is appended
+/// as it is: hostile input costs the reader more than linear time. `line` is valid UTF-8 without
+/// line breaks.
+std::string plainText(std::string_view line);
+
+}  // namespace CorvaneControl::Markdown

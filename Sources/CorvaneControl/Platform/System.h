@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <sys/un.h>
+
+/// What the library asks of the operating system where the systems differ. SystemPOSIX.cpp holds
+/// what they share, SystemLinux.cpp and SystemDarwin.cpp the rest; the build picks, so that no
+/// other file asks which system it runs on.
+namespace CorvaneControl::System {
+
+/// The value of an environment variable, invalid UTF-8 repaired; absent when it is not set.
+std::optional<std::string> environmentValue(std::string_view name);
+
+/// The user's home folder: "HOME" when set and not empty, else the user database's entry; absent
+/// when neither names one.
+std::optional<std::string> homeFolder();
+
+/// The folder that holds the applications' own folders: "~/Library/Application Support". On a
+/// system other than macOS where that folder does not exist, "$XDG_DATA_HOME" (when set and
+/// absolute), else
+/// "~/.local/share". Absent without a home folder.
+std::optional<std::string> applicationSupportFolder();
+
+/// The running executable's path with symbolic links resolved; absent when the system can't tell.
+std::optional<std::string> executablePath();
+
+/// The text of a system error number, such as "Connection refused".
+std::string errorText(int code);
+
+/// A new stream socket of the Unix domain, closed on exec and without the broken-pipe signal where
+/// that is an option of the socket; -1 and `errno` at failure. The caller owns the descriptor.
+int openStreamSocket();
+
+/// Accepts a connection, closed on exec; -1 and `errno` at failure. The caller owns the descriptor.
+int acceptConnection(int listener);
+
+/// Sets the option that keeps a broken pipe on this socket from raising a signal, where the system
+/// has such an option.
+void disableBrokenPipeSignal(int socket);
+
+/// write(2) on a socket, except that a peer that went away gives EPIPE and never a signal.
+ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept;
+
+/// The effective user of a connected socket's other end; absent when the system can't tell.
+std::optional<uid_t> peerUser(int socket);
+
+/// Sets the address's family and, where the system has one, its length field; gives the length to
+/// pass along with the address.
+socklen_t completeAddress(sockaddr_un& address);
+
+/// Private memory of at least `size` bytes, all zero, in large pages where the system offers them;
+/// null when there is none. The caller gives it back with `unmapMemory`.
+char* mapMemory(std::size_t size);
+void unmapMemory(char* memory, std::size_t size);
+
+}  // namespace CorvaneControl::System

@@ -1,0 +1,1 @@
+#include "CorvaneControl/Platform/Text.h"

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string_view>
+
+namespace CorvaneControl {
+
+/// One field of a record: its key in JSON and the member that holds it. A record lists its fields
+/// once, in `fields`, and the decoder and the encoder both walk that list (ControlCoding). A member
+/// that is a `std::optional` may be absent; every other one is required.
+template <class Owner, class Member>
+struct Field {
+  using Type = Member;
+  std::string_view key;
+  Member Owner::*member;
+};
+
+/// One value of an enumeration and the text it travels as. An enumeration lists its values once, in
+/// a function `wireNames` beside it, and both directions use that list.
+template <class Enumeration>
+struct WireName {
+  Enumeration value;
+  std::string_view name;
+};
+
+/// The text that a value of an enumeration travels as.
+template <class Enumeration>
+constexpr std::string_view wireName(Enumeration value) {
+  for (const auto& entry : wireNames(value)) {
+    if (entry.value == value) return entry.name;
+  }
+  return {};
+}
+
+}  // namespace CorvaneControl
