@@ -1,1 +1,438 @@
 #include "CorvaneControl/Platform/Text.h"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+
+namespace CorvaneControl::Text {
+
+namespace {
+
+constexpr std::string_view ellipsis = "\xE2\x80\xA6";
+constexpr std::string_view replacement = "\xEF\xBF\xBD";
+constexpr char32_t replacementScalar = 0xFFFD;
+
+std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
+bool isASCII(char character) { return byte(character) < 0x80; }
+
+/// The bytes at the start of `text`, counted in whole words of eight, in which no byte is beyond
+/// ASCII and none is a CR: the long stretches of every ordinary text.
+std::size_t plainWords(std::string_view text) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t highBits = 0x8080808080808080;
+  std::size_t position = 0;
+  std::uint64_t word = 0;
+  while (text.size() - position >= sizeof word) {
+    std::memcpy(&word, text.data() + position, sizeof word);
+    const std::uint64_t carriageReturns = word ^ (ones * '\r');  // a CR becomes a zero byte
+    if (((word | (carriageReturns - ones)) & highBits) != 0) break;
+    position += sizeof word;
+  }
+  return position;
+}
+
+/// A well-formed sequence, or the maximal part of one.
+struct Sequence {
+  Scalar scalar{};
+  bool wellFormed = false;
+};
+
+/// What may follow a lead byte: how many bytes, and in which range the first of them lies (overlong
+/// forms, surrogates and what is beyond U+10FFFF are excluded by it). No bytes: no lead byte.
+struct Continuation {
+  std::size_t bytes = 0;
+  std::uint8_t low = 0x80;
+  std::uint8_t high = 0xBF;
+};
+
+Continuation continuation(std::uint8_t lead) {
+  if (lead < 0xC2 || lead > 0xF4) return {};
+  if (lead < 0xE0) return {.bytes = 1};
+  if (lead == 0xE0) return {.bytes = 2, .low = 0xA0};
+  if (lead == 0xED) return {.bytes = 2, .high = 0x9F};
+  if (lead < 0xF0) return {.bytes = 2};
+  if (lead == 0xF0) return {.bytes = 3, .low = 0x90};
+  if (lead == 0xF4) return {.bytes = 3, .high = 0x8F};
+  return {.bytes = 3};
+}
+
+/// The sequence at the start of a text that is not empty.
+Sequence firstSequence(std::string_view text) {
+  const std::uint8_t lead = byte(text.front());
+  if (lead < 0x80) return {.scalar = {.value = lead, .size = 1}, .wellFormed = true};
+  Continuation expected = continuation(lead);
+  if (expected.bytes == 0) return {.scalar = {.value = replacementScalar, .size = 1}};
+  char32_t value = lead & (0x3FU >> expected.bytes);
+  std::size_t size = 1;
+  for (; size <= expected.bytes; ++size) {
+    const std::uint8_t next = size < text.size() ? byte(text[size]) : std::uint8_t{0};
+    if (next < expected.low || next > expected.high) {
+      return {.scalar = {.value = replacementScalar, .size = size}};
+    }
+    value = value << 6U | (next & 0x3FU);
+    expected.low = 0x80;
+    expected.high = 0xBF;
+  }
+  return {.scalar = {.value = value, .size = size}, .wellFormed = true};
+}
+
+/// The bytes at the start of `text` that are well-formed.
+std::size_t wellFormedBytes(std::string_view text) {
+  std::size_t position = 0;
+  while (position < text.size()) {
+    position += plainWords(text.substr(position));
+    if (position == text.size()) break;
+    const Sequence sequence = firstSequence(text.substr(position));
+    if (!sequence.wellFormed) break;
+    position += sequence.scalar.size;
+  }
+  return position;
+}
+
+void append(std::string& text, char32_t scalar) {
+  utf8proc_uint8_t bytes[4];
+  const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), bytes);
+  text.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+}
+
+utf8proc_category_t category(char32_t scalar) {
+  return utf8proc_category(static_cast<utf8proc_int32_t>(scalar));
+}
+
+/// The bytes at the start of `text` each of which is a character by itself, because it is ASCII, no
+/// CR, and what follows it is ASCII as well or the end. Nothing but a combining scalar or the LF of
+/// a CR LF could join it, and neither is such a follower.
+std::size_t loneCharacters(std::string_view text) {
+  std::size_t position = plainWords(text);
+  while (position < text.size() && isASCII(text[position]) && text[position] != '\r') ++position;
+  if (position == text.size() || isASCII(text[position])) return position;
+  return position == 0 ? 0 : position - 1;
+}
+
+/// The bytes of the first character of a text that is not empty.
+std::size_t firstCharacter(std::string_view text) {
+  Scalar scalar = firstScalar(text);
+  std::size_t size = scalar.size;
+  utf8proc_int32_t state = 0;
+  while (size < text.size()) {
+    const Scalar next = firstScalar(text.substr(size));
+    if (utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(scalar.value),
+                                         static_cast<utf8proc_int32_t>(next.value), &state)) {
+      break;
+    }
+    scalar = next;
+    size += next.size;
+  }
+  return size;
+}
+
+template <class Predicate>
+std::string_view trimmedOf(std::string_view text, Predicate isTrimmed) {
+  while (!text.empty()) {
+    const Scalar scalar = firstScalar(text);
+    if (!isTrimmed(scalar.value)) break;
+    text.remove_prefix(scalar.size);
+  }
+  while (!text.empty()) {
+    const Scalar scalar = lastScalar(text);
+    if (!isTrimmed(scalar.value)) break;
+    text.remove_suffix(scalar.size);
+  }
+  return text;
+}
+
+/// The bytes of the line break at the start of `text`; 0 when there is none.
+std::size_t lineBreak(std::string_view text) {
+  const std::uint8_t first = byte(text.front());
+  if (first >= '\n' && first <= '\r') return text.starts_with("\r\n") ? 2 : 1;
+  if (first == 0xC2) return text.starts_with("\xC2\x85") ? 2 : 0;
+  if (first != 0xE2) return 0;
+  return text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9") ? 3 : 0;
+}
+
+/// The bytes before the first line break, all of them when there is none.
+std::size_t bytesBeforeLineBreak(std::string_view text) {
+  std::size_t position = 0;
+  while (position < text.size() && lineBreak(text.substr(position)) == 0) ++position;
+  return position;
+}
+
+/// Takes the next piece that is not empty off the front of `text`.
+std::optional<std::string_view> nextLine(std::string_view& text) {
+  while (!text.empty()) {
+    const std::string_view piece = text.substr(0, bytesBeforeLineBreak(text));
+    text.remove_prefix(piece.size());
+    if (!text.empty()) text.remove_prefix(lineBreak(text));
+    if (!piece.empty()) return piece;
+  }
+  return std::nullopt;
+}
+
+/// A mapping of one scalar to several: none in Unicode gives more than four.
+struct Mapped {
+  utf8proc_int32_t scalars[4]{};
+  std::size_t count = 0;
+};
+
+Mapped mapped(char32_t scalar, utf8proc_option_t options) {
+  Mapped result;
+  int boundary = 0;
+  const auto count = utf8proc_decompose_char(static_cast<utf8proc_int32_t>(scalar), result.scalars,
+                                             std::size(result.scalars), options, &boundary);
+  if (count >= 1 && count <= static_cast<utf8proc_ssize_t>(std::size(result.scalars))) {
+    result.count = static_cast<std::size_t>(count);
+  } else {
+    result.scalars[0] = static_cast<utf8proc_int32_t>(scalar);
+    result.count = 1;
+  }
+  return result;
+}
+
+/// Upper-cases one scalar. The library only maps one to one; what becomes several scalars ("ß",
+/// "ﬁ") are the small and title-case letters whose folding has several, each then upper-cased.
+void appendUpperCased(std::string& text, char32_t scalar) {
+  if (category(scalar) == UTF8PROC_CATEGORY_LU) return append(text, scalar);
+  Mapped letters = mapped(scalar, UTF8PROC_CASEFOLD);
+  if (letters.count == 1) letters.scalars[0] = static_cast<utf8proc_int32_t>(scalar);
+  for (std::size_t index = 0; index < letters.count; ++index) {
+    append(text, static_cast<char32_t>(utf8proc_toupper(letters.scalars[index])));
+  }
+}
+
+/// The library only knows the full folding. Where that gives several scalars, the simple one is the
+/// small letter ("ẞ" gives "ß"), except for "İ", which is left alone.
+char32_t simpleFolding(char32_t scalar) {
+  constexpr char32_t capitalIWithDot = 0x130;
+  const Mapped folded = mapped(scalar, UTF8PROC_CASEFOLD);
+  if (folded.count == 1) return static_cast<char32_t>(folded.scalars[0]);
+  if (scalar == capitalIWithDot) return scalar;
+  return static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar)));
+}
+
+/// A scalar of a decomposed text with the class by which combining scalars are ordered.
+struct Decomposed {
+  utf8proc_int32_t scalar = 0;
+  utf8proc_propval_t combiningClass = 0;
+
+  bool operator==(const Decomposed&) const = default;
+};
+
+/// The canonical decomposition. Not the library's own: its ordering of combining scalars takes
+/// quadratic time on a long run of them.
+std::vector<Decomposed> decomposed(std::string_view text) {
+  std::vector<Decomposed> result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const Scalar scalar = firstScalar(text);
+    text.remove_prefix(scalar.size);
+    const Mapped parts = mapped(scalar.value, UTF8PROC_DECOMPOSE);
+    for (std::size_t index = 0; index < parts.count; ++index) {
+      const utf8proc_int32_t part = parts.scalars[index];
+      result.push_back({part, utf8proc_get_property(part)->combining_class});
+    }
+  }
+  const auto isStarter = [](const Decomposed& part) { return part.combiningClass == 0; };
+  for (auto run = result.begin(); run != result.end();) {
+    run = std::find_if_not(run, result.end(), isStarter);
+    const auto end = std::find_if(run, result.end(), isStarter);
+    std::stable_sort(run, end, [](const Decomposed& left, const Decomposed& right) {
+      return left.combiningClass < right.combiningClass;
+    });
+    run = end;
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string repaired(std::string bytes) {
+  const std::size_t good = wellFormedBytes(bytes);
+  if (good == bytes.size()) return bytes;
+  std::string result = bytes.substr(0, good);
+  std::string_view rest = std::string_view(bytes).substr(good);
+  while (!rest.empty()) {
+    result += replacement;
+    rest.remove_prefix(firstSequence(rest).scalar.size);
+    const std::size_t next = wellFormedBytes(rest);
+    result += rest.substr(0, next);
+    rest.remove_prefix(next);
+  }
+  return result;
+}
+
+std::size_t characters(std::string_view text) {
+  std::size_t count = 0;
+  while (!text.empty()) {
+    const std::size_t lone = loneCharacters(text);
+    count += lone;
+    text.remove_prefix(lone);
+    if (text.empty()) break;
+    text.remove_prefix(firstCharacter(text));
+    ++count;
+  }
+  return count;
+}
+
+std::string_view prefix(std::string_view text, std::size_t count) {
+  std::string_view rest = text;
+  while (count > 0 && !rest.empty()) {
+    // One byte more than could be needed, so that the last one's follower is seen.
+    const std::size_t window = std::min(rest.size() - 1, count) + 1;
+    const std::size_t lone = std::min(loneCharacters(rest.substr(0, window)), count);
+    rest.remove_prefix(lone);
+    count -= lone;
+    if (count == 0 || rest.empty()) break;
+    rest.remove_prefix(firstCharacter(rest));
+    --count;
+  }
+  return text.substr(0, text.size() - rest.size());
+}
+
+std::string shortened(std::string_view text, std::size_t limit, bool* cut) {
+  const std::string_view kept = prefix(text, limit);
+  std::string result(kept);
+  if (kept.size() == text.size()) return result;
+  if (cut != nullptr) *cut = true;
+  return result += ellipsis;
+}
+
+std::string_view trimmed(std::string_view text) { return trimmedOf(text, isSpace); }
+
+std::string_view trimmedOfLines(std::string_view text) {
+  return trimmedOf(text, [](char32_t scalar) { return isSpace(scalar) || isLineBreak(scalar); });
+}
+
+bool isBlank(std::string_view text) {
+  while (!text.empty()) {
+    const Scalar scalar = firstScalar(text);
+    if (!isSpace(scalar.value)) return false;
+    text.remove_prefix(scalar.size);
+  }
+  return true;
+}
+
+std::vector<std::string_view> lines(std::string_view text) {
+  std::vector<std::string_view> result;
+  while (const auto line = nextLine(text)) result.push_back(*line);
+  return result;
+}
+
+std::optional<std::string_view> firstLine(std::string_view text) { return nextLine(text); }
+
+bool hasLineBreak(std::string_view text) { return bytesBeforeLineBreak(text) < text.size(); }
+
+std::string collapsed(std::string_view text, std::size_t limit) {
+  std::string result;
+  bool pieceEnded = false;
+  // No text has more characters than bytes. Counting again only after the result has doubled keeps
+  // this linear even where a single character is megabytes long.
+  std::size_t enough = limit;
+  while (!text.empty()) {
+    const Scalar scalar = firstScalar(text);
+    if (isPatternSpace(scalar.value)) {  // the same scalars as White_Space
+      pieceEnded = true;
+    } else {
+      if (pieceEnded && !result.empty()) result += ' ';
+      pieceEnded = false;
+      result.append(text.data(), scalar.size);
+      if (result.size() > enough) {
+        if (characters(result) > limit) return result;
+        enough = 2 * result.size();
+      }
+    }
+    text.remove_prefix(scalar.size);
+  }
+  return result;
+}
+
+std::string lowercasedASCII(std::string_view text) {
+  std::string result(text);
+  for (char& letter : result) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  return result;
+}
+
+std::string capitalized(std::string_view text) {
+  std::string_view first = prefix(text, 1);
+  text.remove_prefix(first.size());
+  std::string result;
+  while (!first.empty()) {
+    const Scalar scalar = firstScalar(first);
+    appendUpperCased(result, scalar.value);
+    first.remove_prefix(scalar.size);
+  }
+  return result += text;
+}
+
+std::string caseFolded(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const Scalar scalar = firstScalar(text);
+    if (scalar.value < 0x80) {
+      const char letter = text.front();
+      result += letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    } else {
+      append(result, simpleFolding(scalar.value));
+    }
+    text.remove_prefix(scalar.size);
+  }
+  return result;
+}
+
+bool canonicallyEqual(std::string_view left, std::string_view right) {
+  if (left == right) return true;
+  if (std::ranges::all_of(left, isASCII) && std::ranges::all_of(right, isASCII)) return false;
+  return decomposed(left) == decomposed(right);
+}
+
+Scalar firstScalar(std::string_view text) {
+  if (text.empty()) return {};
+  return firstSequence(text).scalar;
+}
+
+Scalar lastScalar(std::string_view text) {
+  if (text.empty()) return {};
+  constexpr std::size_t longest = 4;
+  for (std::size_t size = 1; size <= std::min(longest, text.size()); ++size) {
+    const std::string_view end = text.substr(text.size() - size);
+    if ((byte(end.front()) & 0xC0U) == 0x80) continue;  // a continuation byte
+    const Sequence sequence = firstSequence(end);
+    if (sequence.scalar.size == size) return sequence.scalar;
+    break;
+  }
+  return {.value = replacementScalar, .size = 1};
+}
+
+bool isSpace(char32_t scalar) {
+  if (scalar < 0x80) return scalar == ' ' || scalar == '\t';
+  return category(scalar) == UTF8PROC_CATEGORY_ZS;
+}
+
+bool isLineBreak(char32_t scalar) {
+  return (scalar >= '\n' && scalar <= '\r') || scalar == 0x85 || scalar == 0x2028 ||
+         scalar == 0x2029;
+}
+
+bool isPatternSpace(char32_t scalar) { return isSpace(scalar) || isLineBreak(scalar); }
+
+bool isDigit(char32_t scalar) {
+  if (scalar < 0x80) return scalar >= '0' && scalar <= '9';
+  return category(scalar) == UTF8PROC_CATEGORY_ND;
+}
+
+bool isDeceptive(char32_t scalar) {
+  constexpr char32_t zeroWidthJoiner = 0x200D;
+  if (scalar < 0x80) return scalar < 0x20 || scalar == 0x7F;
+  if (scalar == zeroWidthJoiner) return false;
+  constexpr utf8proc_category_t deceptive[] = {
+      UTF8PROC_CATEGORY_CC, UTF8PROC_CATEGORY_CF, UTF8PROC_CATEGORY_CS, UTF8PROC_CATEGORY_CO,
+      UTF8PROC_CATEGORY_CN, UTF8PROC_CATEGORY_ZL, UTF8PROC_CATEGORY_ZP};
+  return std::ranges::find(deceptive, category(scalar)) != std::end(deceptive);
+}
+
+}  // namespace CorvaneControl::Text
