@@ -252,9 +252,10 @@ namespace ControlSocket {
 
 inline constexpr std::string_view fileName = "control.sock";
 
-/// `<applicationSupport>/<appName>/control.sock`; without `applicationSupport`, the user's own
-/// Application Support folder. The process ends when there is no such folder (no home at all).
-std::string path(std::string_view appName, std::optional<std::string_view> applicationSupport = {});
+/// `<applicationSupport>/<appName>/control.sock`; without `applicationSupport`, in the user's own
+/// Application Support folder. Absent when the user has none (no home folder at all).
+std::optional<std::string> path(std::string_view appName,
+                                std::optional<std::string_view> applicationSupport = {});
 
 }  // namespace ControlSocket
 

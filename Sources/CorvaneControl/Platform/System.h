@@ -34,6 +34,10 @@ std::optional<std::string> executablePath();
 /// The text of a system error number, such as "Connection refused".
 std::string errorText(int code);
 
+/// The double that a JSON number stands for, correctly rounded; absent when it is beyond the range
+/// of a double, or too small to be told from zero.
+std::optional<double> readDouble(std::string_view number);
+
 /// A new stream socket of the Unix domain, closed on exec and without the broken-pipe signal where
 /// that is an option of the socket; -1 and `errno` at failure. The caller owns the descriptor.
 int openStreamSocket();

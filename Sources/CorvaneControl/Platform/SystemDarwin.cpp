@@ -1,1 +1,85 @@
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+#include <fcntl.h>
+#include <mach-o/dyld.h>
+#include <pwd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <xlocale.h>
+
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/SystemDifferences.h"
+
+namespace CorvaneControl::System {
+
+const bool usesLibraryFolderAlways = true;
+
+std::optional<std::string> homeInUserDatabase() {
+  const passwd* const entry = ::getpwuid(::getuid());
+  if (!entry) return std::nullopt;
+  return std::string(entry->pw_dir);
+}
+
+std::string runningExecutable() {
+  std::uint32_t size = 0;
+  ::_NSGetExecutablePath(nullptr, &size);
+  std::string path(size, '\0');
+  if (::_NSGetExecutablePath(path.data(), &size) != 0) return {};
+  return path.c_str();  // without the terminator
+}
+
+// The C++ library here has no from_chars for double.
+std::optional<double> readDouble(std::string_view number) {
+  const double value = ::strtod_l(std::string(number).c_str(), nullptr, nullptr);  // the C locale
+  if (!std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+namespace {
+
+int closedOnExec(int descriptor) {
+  if (descriptor >= 0) ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  return descriptor;
+}
+
+}  // namespace
+
+int openStreamSocket() { return closedOnExec(::socket(AF_UNIX, SOCK_STREAM, 0)); }
+
+int acceptConnection(int listener) { return closedOnExec(::accept(listener, nullptr, nullptr)); }
+
+void disableBrokenPipeSignal(int socket) {
+  const int on = 1;
+  ::setsockopt(socket, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+}
+
+// The socket's own option (disableBrokenPipeSignal) keeps the signal away.
+ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept {
+  return ::write(socket, bytes, count);
+}
+
+std::optional<uid_t> peerUser(int socket) {
+  uid_t user = 0;
+  gid_t group = 0;
+  if (::getpeereid(socket, &user, &group) != 0) return std::nullopt;
+  return user;
+}
+
+socklen_t completeAddress(sockaddr_un& address) {
+  address.sun_family = AF_UNIX;
+  address.sun_len = sizeof address;
+  return sizeof address;
+}
+
+char* mapMemory(std::size_t size) {
+  void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
+  return memory == MAP_FAILED ? nullptr : static_cast<char*>(memory);
+}
+
+void unmapMemory(char* memory, std::size_t size) { ::munmap(memory, size); }
+
+}  // namespace CorvaneControl::System

@@ -1,1 +1,73 @@
+#include <charconv>
+#include <cstdio>
+#include <memory>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/SystemDifferences.h"
+
+namespace CorvaneControl::System {
+
+const bool usesLibraryFolderAlways = false;
+
+// getpwuid would load shared libraries into a static program, so the file is read directly.
+std::optional<std::string> homeInUserDatabase() {
+  const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen("/etc/passwd", "re"),
+                                                           &std::fclose);
+  if (!file) return std::nullopt;
+  const uid_t user = ::getuid();
+  while (const passwd* const entry = ::fgetpwent(file.get())) {
+    if (entry->pw_uid == user) return std::string(entry->pw_dir);
+  }
+  return std::nullopt;
+}
+
+std::string runningExecutable() { return "/proc/self/exe"; }
+
+std::optional<double> readDouble(std::string_view number) {
+  double value = 0;
+  const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
+  if (result.ec != std::errc()) return std::nullopt;
+  return value;
+}
+
+int openStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+
+int acceptConnection(int listener) { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }
+
+// There is no such option here: writeToSocket asks for no signal each time.
+void disableBrokenPipeSignal(int) {}
+
+ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept {
+  return ::send(socket, bytes, count, MSG_NOSIGNAL);
+}
+
+std::optional<uid_t> peerUser(int socket) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return std::nullopt;
+  if (credentials.uid == static_cast<uid_t>(-1)) return std::nullopt;  // not connected
+  return credentials.uid;
+}
+
+socklen_t completeAddress(sockaddr_un& address) {
+  address.sun_family = AF_UNIX;
+  return sizeof address;
+}
+
+char* mapMemory(std::size_t size) {
+  void* const memory =
+      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return nullptr;
+  ::madvise(memory, size, MADV_HUGEPAGE);  // only advice: without it, it is merely slower
+  return static_cast<char*>(memory);
+}
+
+void unmapMemory(char* memory, std::size_t size) { ::munmap(memory, size); }
+
+}  // namespace CorvaneControl::System

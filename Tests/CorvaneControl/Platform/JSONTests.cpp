@@ -1,1 +1,300 @@
+#include "CorvaneControl/Platform/JSON.h"
+
 #include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <random>
+#include <sstream>
+
+namespace CorvaneControl::JSON {
+namespace {
+
+std::string escape(char byte) { return std::string(1, '\\') + byte; }
+
+/// The text written back compactly, or nothing when it does not parse.
+std::optional<std::string> rewritten(std::string text, Slashes slashes = Slashes::plain) {
+  const auto document = Document::parse(text);
+  if (!document) return std::nullopt;
+  std::string written;
+  write(document->root(), slashes, written);
+  return written;
+}
+
+std::string nested(std::size_t depth, std::string_view inner = "") {
+  return std::string(depth, '[') + std::string(inner) + std::string(depth, ']');
+}
+
+struct RewriteCase {
+  const char* name;
+  std::string text;
+  std::optional<std::string> written;
+};
+
+const RewriteCase rewriteCases[] = {
+    {"null", "null", "null"},
+    {"booleans", "[true,false]", "[true,false]"},
+    {"emptyContainers", " [ { } , [ ] ] ", "[{},[]]"},
+    {"membersAreSorted", R"({"b":1,"a":2,"B":3,"é":4})", R"({"B":3,"a":2,"b":1,"é":4})"},
+    {"nestedMembersAreSorted", R"({"x":[{"b":1,"a":2}]})", R"({"x":[{"a":2,"b":1}]})"},
+    {"theLastDuplicateCounts", R"({"a":1,"b":0,"a":2,"a":3})", R"({"a":3,"b":0})"},
+    {"aSortedDuplicateCountsOnce", R"({"a":1,"a":2})", R"({"a":2})"},
+    {"theEmptyKey", R"({"":1})", R"({"":1})"},
+    {"theEmptyString", R"([""])", R"([""])"},
+    {"byteOrderMark", "\xEF\xBB\xBF{}", "{}"},
+    {"byteOrderMarkAlone", "\xEF\xBB\xBF", std::nullopt},
+    {"byteOrderMarkTwice", "\xEF\xBB\xBF\xEF\xBB\xBF{}", std::nullopt},
+    {"escapesAreResolved", R"(["\u0041\u00e9\ud83d\ude00\/"])", R"(["Aé😀/"])"},
+    {"escapesAreWritten", R"(["\b\f\n\r\t\"\\\u0000\u001f\u007f"])",
+     "[\"\\b\\f\\n\\r\\t\\\"\\\\\\u0000\\u001f\x7F\"]"},
+    {"manyEscapedStrings", R"(["\na","b\n","\nc\n","d","\n"])",
+     R"(["\na","b\n","\nc\n","d","\n"])"},
+    {"escapedKeys", R"({"\u0062":1,"\u0061\n":"x\ny"})", R"({"a\n":"x\ny","b":1})"},
+    {"integersKeepTheirValue", "[9223372036854775807,-9223372036854775808,18446744073709551615]",
+     "[9223372036854775807,-9223372036854775808,18446744073709551615]"},
+    {"integersBeyond64BitsAreRounded", "[18446744073709551617]", "[18446744073709551616]"},
+    {"integralRealsHaveNoFraction", "[1.0,1e3,1E0,-2.50e1]", "[1,1000,1,-25]"},
+    {"reals", "[0.1,1.50,3.141592653589793,1e-7,5e-324]",
+     "[0.1,1.5,3.141592653589793,1e-07,5e-324]"},
+    {"theLargestReal", "[1.7976931348623157e308]", "[1.7976931348623157e+308]"},
+    {"realsAreRoundedCorrectly", "[0.10180638699999964,8.41e21,9007199254740993.0]",
+     "[0.10180638699999964,8.41e+21,9007199254740992]"},
+    {"negativeZero", "[-0,-0.0]", "[-0,-0]"},
+    {"tooSmallIsZero", "[1e-400]", "[0]"},
+    {"tooLargeIsAnError", "[1e400]", std::nullopt},
+    {"tooLargeNegativeIsAnError", "[-1e309]", std::nullopt},
+    {"empty", "", std::nullopt},
+    {"blank", " \n", std::nullopt},
+    {"trailingContent", "{} x", std::nullopt},
+    {"twoValues", "1 2", std::nullopt},
+    {"trailingComma", "[1,]", std::nullopt},
+    {"comment", "[1/**/]", std::nullopt},
+    {"loneHighSurrogate", R"(["\ud83d"])", std::nullopt},
+    {"loneLowSurrogate", R"(["\ude00"])", std::nullopt},
+    {"invalidUTF8", "[\"\xFF\"]", std::nullopt},
+    {"overlongUTF8", "[\"\xC0\xAF\"]", std::nullopt},
+    {"surrogateInUTF8", "[\"\xED\xA0\x80\"]", std::nullopt},
+    {"cutUTF8", "[\"\xC3\"]", std::nullopt},
+    {"invalidUTF8AfterAnEscape", "[\"\\n\xFF\"]", std::nullopt},
+    {"rawControl", "[\"\x01\"]", std::nullopt},
+    {"rawNul", std::string("[\"\0\"]", 5), std::nullopt},
+    {"leadingZero", "[01]", std::nullopt},
+    {"plus", "[+1]", std::nullopt},
+    {"notANumber", "[NaN]", std::nullopt},
+    {"nests512Deep", nested(512), nested(512)},
+    {"nests513Deep", nested(513), std::nullopt},
+    {"unclosed100000Deep", std::string(100'000, '['), std::nullopt},
+};
+
+class Rewrite : public testing::TestWithParam<RewriteCase> {};
+TEST_P(Rewrite, givesTheCompactTextOrNothing) {
+  EXPECT_EQ(rewritten(GetParam().text), GetParam().written);
+}
+constexpr auto named = [](const auto& info) { return std::string(info.param.name); };
+INSTANTIATE_TEST_SUITE_P(JSON, Rewrite, testing::ValuesIn(rewriteCases), named);
+
+TEST(JSON, readsStringsOfEveryLengthWithAnEscapeAtEveryPlace) {
+  // The parser resolves escapes in a buffer of some thousand bytes: lengths on both sides of it.
+  for (const std::size_t length : {1U, 7U, 8U, 9U, 100U, 4095U, 4096U, 4097U, 9000U}) {
+    for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
+      std::string plain(length, 'x');
+      plain[place] = '\n';
+      std::string text = "{\"first\":\"é\",\"k\":\"";
+      for (const char byte : plain) text += byte == '\n' ? escape('n') : std::string(1, byte);
+      text += "\",\"last\":[\"\\t\",\"z\"]}";
+      const std::string expected = text;
+      const auto document = Document::parse(text);
+      ASSERT_TRUE(document);
+      EXPECT_EQ(document->root().string("k"), plain);
+      EXPECT_EQ(document->root().string("first"), "é");
+      std::string written;
+      write(document->root(), Slashes::plain, written);
+      EXPECT_EQ(written, expected);
+    }
+  }
+}
+
+TEST(JSON, escapesSlashesWhenAsked) {
+  EXPECT_EQ(rewritten(R"({"a/b":"/tmp/x"})", Slashes::escaped), R"({"a\/b":"\/tmp\/x"})");
+  EXPECT_EQ(rewritten(R"({"a\/b":"\/tmp\/x"})", Slashes::plain), R"({"a/b":"/tmp/x"})");
+}
+
+TEST(JSON, writesEveryByteAtEveryPlaceOfAString) {
+  for (int byte = 0; byte < 0x80; ++byte) {
+    for (std::size_t place = 0; place < 18; ++place) {
+      std::string string(18, 'a');
+      string[place] = static_cast<char>(byte);
+      std::string text;
+      writeString(string, Slashes::escaped, text);
+      auto copy = text;
+      const auto document = Document::parse(copy);
+      ASSERT_TRUE(document) << text;
+      EXPECT_EQ(document->root().asString(), string);
+      const bool escaped = byte < 0x20 || byte == '"' || byte == '\\' || byte == '/';
+      EXPECT_EQ(text.size() > 20, escaped) << byte;
+    }
+  }
+}
+
+TEST(JSON, handsThePiecesToASink) {
+  struct Collector final : Sink {
+    std::string text{};
+    void append(std::string_view piece) override { text += piece; }
+  } collector;
+  std::string text = R"({"b":[1,"x/y"],"a":null})";
+  const auto document = Document::parse(text);
+  ASSERT_TRUE(document);
+  write(document->root(), Slashes::escaped, collector);
+  EXPECT_EQ(collector.text, R"({"a":null,"b":[1,"x\/y"]})");
+}
+
+TEST(JSON, looksUpByType) {
+  std::string text = R"({"s":"text","o":{"k":1},"a":[1],"n":null,"i":3,"b":true})";
+  const auto document = Document::parse(text);
+  ASSERT_TRUE(document);
+  const Value& root = document->root();
+  EXPECT_EQ(root.string("s"), "text");
+  EXPECT_EQ(root.string("o"), std::nullopt);
+  EXPECT_EQ(root.string("missing"), std::nullopt);
+  ASSERT_NE(root.object("o"), nullptr);
+  EXPECT_EQ(root.object("o")->find("k")->asInteger(), 1);
+  EXPECT_EQ(root.object("a"), nullptr);
+  ASSERT_NE(root.array("a"), nullptr);
+  EXPECT_EQ(root.array("a")->elements().size(), 1U);
+  EXPECT_EQ(root.array("s"), nullptr);
+  EXPECT_EQ(root.find("n")->type(), Value::Type::null);
+  EXPECT_EQ(root.find("b")->asBoolean(), true);
+  EXPECT_EQ(root.find("i")->asBoolean(), std::nullopt);
+  EXPECT_EQ(root.find("a")->find("k"), nullptr);
+  EXPECT_TRUE(root.find("s")->elements().empty());
+  EXPECT_TRUE(root.find("s")->members().empty());
+}
+
+struct IntegerCase {
+  const char* name;
+  std::string text;
+  std::optional<std::int64_t> integer;
+};
+const IntegerCase integerCases[] = {
+    {"plain", "3", 3},
+    {"fraction", "3.0", 3},
+    {"exponent", "3e0", 3},
+    {"negativeZero", "-0", 0},
+    {"smallest", "-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+    {"largest", "9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+    {"oneMore", "9223372036854775808", std::nullopt},
+    {"oneMoreAsAReal", "9223372036854775808.0", std::nullopt},
+    {"notWhole", "3.5", std::nullopt},
+    {"boolean", "true", std::nullopt},
+    {"string", "\"3\"", std::nullopt},
+};
+class Integer : public testing::TestWithParam<IntegerCase> {};
+TEST_P(Integer, isAnyNumberOfWholeValueInRange) {
+  std::string text = GetParam().text;
+  const auto document = Document::parse(text);
+  ASSERT_TRUE(document);
+  EXPECT_EQ(document->root().asInteger(), GetParam().integer);
+}
+INSTANTIATE_TEST_SUITE_P(JSON, Integer, testing::ValuesIn(integerCases), named);
+
+TEST(JSON, doesNotKeepTheUnusedMemberOfTheOutermostObject) {
+  const std::string values[] = {"1",          "null", "\"\\n\"", "[]", "[[1],{\"unused\":2}]",
+                                "{\"a\":{}}", "-1.5"};
+  for (const std::string& value : values) {
+    std::string text =
+        R"({"a":"\t","unused":)" + value + R"(,"b":{"unused":3},"unused":)" + value + R"(,"c":4})";
+    const auto document = Document::parse(text, "unused");
+    ASSERT_TRUE(document) << value;
+    std::string written;
+    write(document->root(), Slashes::plain, written);
+    EXPECT_EQ(written, R"({"a":"\t","b":{"unused":3},"c":4})") << value;
+  }
+  std::string invalid = R"({"unused":[1,}]})";
+  EXPECT_FALSE(Document::parse(invalid, "unused"));
+}
+
+TEST(JSON, saysWhereTheTextStopsBeingJSON) {
+  std::string text = "{\"a\": 1,\n \"b\": x}";
+  SyntaxError error;
+  EXPECT_FALSE(Document::parse(text, {}, &error));
+  EXPECT_EQ(error.offset, 15U);
+  EXPECT_FALSE(error.reason.empty());
+}
+
+TEST(JSON, everyPrefixOfAnObjectIsNoJSON) {
+  const std::string whole = R"({"a":[1,2.5e1,true,null,"\u00e9\n"],"b":{"c":"é"}})";
+  ASSERT_TRUE(rewritten(whole));
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_EQ(rewritten(whole.substr(0, size)), std::nullopt) << size;
+  }
+}
+
+/// A random value as text, written compactly with sorted keys.
+std::string randomText(std::mt19937& random, int depth) {
+  const auto pick = [&](unsigned count) { return static_cast<unsigned>(random() % count); };
+  switch (depth > 0 ? pick(6) : pick(4)) {
+    case 0:
+      return std::to_string(static_cast<std::int32_t>(random()));
+    case 1:
+      return pick(2) ? "true" : "null";
+    case 2:
+    case 3: {
+      std::string string;
+      for (unsigned left = pick(40); left > 0; --left) {
+        static constexpr std::string_view pieces[] = {"a",  "b/", "é",  "😀",
+                                                      "\n", "\"", "\\", "\x01"};
+        string += pieces[pick(std::size(pieces))];
+      }
+      std::string text;
+      writeString(string, Slashes::plain, text);
+      return text;
+    }
+    case 4: {
+      std::string text = "[";
+      for (unsigned left = pick(5); left > 0; --left) {
+        text += randomText(random, depth - 1) + (left > 1 ? "," : "");
+      }
+      return text + "]";
+    }
+    default: {
+      std::string text = "{";
+      const unsigned count = pick(5);
+      for (unsigned index = 0; index < count; ++index) {
+        text += std::string(index ? "," : "") + "\"k" + std::to_string(index) +
+                "\":" + randomText(random, depth - 1);
+      }
+      return text + "}";
+    }
+  }
+}
+
+TEST(JSON, writingWhatWasReadGivesTheSameText) {
+  std::mt19937 random(20'261'120);
+  for (int round = 0; round < 3000; ++round) {
+    const std::string text = randomText(random, 6);
+    ASSERT_EQ(rewritten(text), text) << "round " << round;
+  }
+}
+
+TEST(JSON, agreesWithThePublicTestSuite) {
+  const std::filesystem::path folder = CORVANE_JSON_TEST_SUITE;
+  if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no test suite at " << folder;
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::string name = entry.path().filename();
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    const bool parses = rewritten(text).has_value();
+    if (!name.starts_with("i_")) {
+      EXPECT_EQ(parses, name.starts_with("y_")) << name;
+    }
+    ++files;
+  }
+  EXPECT_GT(files, 300);
+}
+
+}  // namespace
+}  // namespace CorvaneControl::JSON
