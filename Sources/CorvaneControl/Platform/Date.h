@@ -14,7 +14,8 @@ struct Date {
 
   static Date now();
   /// Reads ISO 8601 with "Z" or an offset ("2025-03-14T09:26:53Z", "2025-03-14T10:26:53+01:00") in
-  /// the years 0 to 9999 of UTC. Fractions of a second, other forms and impossible dates are absent.
+  /// the years 0 to 9999 of UTC. Fractions of a second, other forms and impossible dates are
+  /// absent.
   static std::optional<Date> parse(std::string_view text);
   /// ISO 8601 in UTC with "Z". A point in time outside the years 0 to 9999 is written as the
   /// nearest within, so that whatever is written can be read.

@@ -9,9 +9,14 @@
 namespace CorvaneControl::PropertyList {
 
 /// The members of a property list's outermost dictionary that are strings; a member of another
-/// type is left out. Reads the XML and the binary form. Absent when `bytes` are neither, or when
-/// the outermost value is no dictionary with string keys. The input is hostile until read: every
-/// offset is checked, nesting is bounded (512), and no entity of a document type is expanded.
+/// type is left out, and of members with the same key the last counts. Reads the XML and the binary
+/// form. Absent when `bytes` are neither, or when the outermost value is no dictionary with string
+/// keys.
+///
+/// The input is hostile until read. XML is read as a whole, nested at most 512 deep; a document
+/// that declares entities is refused. Of the binary form only the outermost dictionary and its
+/// strings are read, every offset is checked, and strings of more than 16 MiB in all are refused:
+/// one string may be named by a million members.
 std::optional<std::map<std::string, std::string>> strings(std::string_view bytes);
 
 }  // namespace CorvaneControl::PropertyList

@@ -92,12 +92,6 @@ std::size_t wellFormedBytes(std::string_view text) {
   return position;
 }
 
-void append(std::string& text, char32_t scalar) {
-  utf8proc_uint8_t bytes[4];
-  const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), bytes);
-  text.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
-}
-
 utf8proc_category_t category(char32_t scalar) {
   return utf8proc_category(static_cast<utf8proc_int32_t>(scalar));
 }
@@ -406,6 +400,17 @@ Scalar lastScalar(std::string_view text) {
     break;
   }
   return {.value = replacementScalar, .size = 1};
+}
+
+void append(std::string& text, char32_t scalar) {
+  utf8proc_uint8_t bytes[4];
+  const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), bytes);
+  const bool isSurrogate = (scalar & ~0x7FFU) == 0xD800;  // the library would encode it
+  if (size == 0 || isSurrogate) {
+    text += replacement;
+  } else {
+    text.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+  }
 }
 
 bool isSpace(char32_t scalar) {

@@ -54,13 +54,15 @@ std::string caseFolded(std::string_view text);
 /// combining accent.
 bool canonicallyEqual(std::string_view left, std::string_view right);
 
-/// One Unicode scalar value at the start of a text that is valid UTF-8.
+/// One Unicode scalar value at an end of a text; U+FFFD where the text is no UTF-8.
 struct Scalar {
   char32_t value = 0;
   std::size_t size = 0;  ///< Bytes; 0 at the end of the text.
 };
 Scalar firstScalar(std::string_view text);
 Scalar lastScalar(std::string_view text);
+/// Appends one scalar; U+FFFD for a number that is none.
+void append(std::string& text, char32_t scalar);
 
 /// TAB and the space separators (Zs).
 bool isSpace(char32_t scalar);
