@@ -1,7 +1,9 @@
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <vector>
+#include <cstring>
+#include <memory>
 
 #include <fcntl.h>
 #include <mach-o/dyld.h>
@@ -24,12 +26,15 @@ std::optional<std::string> homeInUserDatabase() {
   return std::string(entry->pw_dir);
 }
 
-std::string runningExecutable() {
+std::optional<std::string> executablePath() {
   std::uint32_t size = 0;
   ::_NSGetExecutablePath(nullptr, &size);
   std::string path(size, '\0');
-  if (::_NSGetExecutablePath(path.data(), &size) != 0) return {};
-  return path.c_str();  // without the terminator
+  if (::_NSGetExecutablePath(path.data(), &size) != 0) return std::nullopt;
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                             &std::free);
+  if (!resolved) return std::nullopt;
+  return std::string(resolved.get());
 }
 
 // The C++ library here has no from_chars for double.
@@ -78,6 +83,14 @@ socklen_t completeAddress(sockaddr_un& address) {
 char* mapMemory(std::size_t size) {
   void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
   return memory == MAP_FAILED ? nullptr : static_cast<char*>(memory);
+}
+
+char* growMemory(char* memory, std::size_t size, std::size_t grown) {
+  char* const moved = mapMemory(grown);
+  if (!moved) return nullptr;
+  std::memcpy(moved, memory, size);
+  unmapMemory(memory, size);
+  return moved;
 }
 
 void unmapMemory(char* memory, std::size_t size) { ::munmap(memory, size); }

@@ -13,8 +13,4 @@ extern const bool usesLibraryFolderAlways;
 /// The current user's home folder in the user database; absent when there is no entry.
 std::optional<std::string> homeInUserDatabase();
 
-/// The running executable's path as the system tells it, symbolic links perhaps unresolved; empty
-/// when it doesn't.
-std::string runningExecutable();
-
 }  // namespace CorvaneControl::System

@@ -1,4 +1,5 @@
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <memory>
 
@@ -27,7 +28,14 @@ std::optional<std::string> homeInUserDatabase() {
   return std::nullopt;
 }
 
-std::string runningExecutable() { return "/proc/self/exe"; }
+// The kernel has resolved the links already.
+std::optional<std::string> executablePath() {
+  std::string path(PATH_MAX, '\0');
+  const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
+  if (size <= 0) return std::nullopt;
+  path.resize(static_cast<std::size_t>(size));
+  return path;
+}
 
 std::optional<double> readDouble(std::string_view number) {
   double value = 0;
@@ -66,6 +74,12 @@ char* mapMemory(std::size_t size) {
   if (memory == MAP_FAILED) return nullptr;
   ::madvise(memory, size, MADV_HUGEPAGE);  // only advice: without it, it is merely slower
   return static_cast<char*>(memory);
+}
+
+// Moves the pages, not the bytes.
+char* growMemory(char* memory, std::size_t size, std::size_t grown) {
+  void* const moved = ::mremap(memory, size, grown, MREMAP_MAYMOVE);
+  return moved == MAP_FAILED ? nullptr : static_cast<char*>(moved);
 }
 
 void unmapMemory(char* memory, std::size_t size) { ::munmap(memory, size); }

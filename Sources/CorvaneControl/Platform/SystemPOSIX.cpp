@@ -1,12 +1,7 @@
-#include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/SystemDifferences.h"
@@ -38,15 +33,6 @@ std::optional<std::string> applicationSupportFolder() {
   const auto data = environmentValue("XDG_DATA_HOME");
   if (data && data->starts_with('/')) return data;
   return *home + "/.local/share";
-}
-
-std::optional<std::string> executablePath() {
-  const std::string running = runningExecutable();
-  if (running.empty()) return std::nullopt;
-  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(running.c_str(), nullptr),
-                                                             &std::free);
-  if (!resolved) return std::nullopt;
-  return std::string(resolved.get());
 }
 
 std::string errorText(int code) { return std::strerror(code); }
