@@ -13,6 +13,9 @@ struct Field {
   std::string_view key;
   Member Owner::*member;
 };
+// Clang before 17 does not deduce these itself.
+template <class Owner, class Member>
+Field(std::string_view, Member Owner::*) -> Field<Owner, Member>;
 
 /// One value of an enumeration and the text it travels as. An enumeration lists its values once, in
 /// a function `wireNames` beside it, and both directions use that list.
@@ -21,6 +24,8 @@ struct WireName {
   Enumeration value;
   std::string_view name;
 };
+template <class Enumeration>
+WireName(Enumeration, std::string_view) -> WireName<Enumeration>;
 
 /// The text that a value of an enumeration travels as.
 template <class Enumeration>
