@@ -1,1 +1,694 @@
+#include "CorvaneControl/CodexTranscript.h"
+
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "CorvaneControl/Platform/JSON.h"
+#include "Support/TemporaryFolder.h"
+
+namespace CorvaneControl::CodexTranscript {
+namespace {
+
+const std::uint64_t windowBytes = 262'144;
+const std::uint64_t mostBytesRead = 67'108'864;
+const std::size_t longestLine = 1'048'575;
+
+class CodexTranscriptFile : public testing::Test {
+ protected:
+  std::string path(std::string_view name) const { return folder_.path(name); }
+  std::string file(std::string_view content) const {
+    return folder_.write("transcript.jsonl", content);
+  }
+
+ private:
+  CorvaneTests::TemporaryFolder folder_{};
+};
+
+/// A descriptor of the test's own.
+class Open {
+ public:
+  explicit Open(const std::string& path, int flags = O_RDONLY)
+      : descriptor_(open(path.c_str(), flags | O_CLOEXEC)) {
+    EXPECT_GE(descriptor_, 0) << std::strerror(errno);
+  }
+  ~Open() { close(descriptor_); }
+  Open(const Open&) = delete;
+  Open& operator=(const Open&) = delete;
+  operator int() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+std::string record(const std::string& reviewer, const std::string& policy = R"("on-request")") {
+  return R"({"timestamp":"2026-11-20T09:38:27.072Z","type":"turn_context","payload":)"
+         R"({"cwd":"/home/user/project","approval_policy":)" +
+         policy + R"(,"approvals_reviewer":")" + reviewer + R"("}})";
+}
+const std::string automatic = record("auto_review");
+const std::string manual = record("user");
+const std::string message = R"({"type":"response_item","payload":{"type":"message"}})";
+
+/// A record with an automatic reviewer whose marker stands at byte `offset`.
+std::string recordWithMarkerAt(std::size_t offset) {
+  const std::string begin = R"({"pad":")";
+  const std::string end = R"(",)";
+  const std::string padding(offset - begin.size() - end.size(), 'x');
+  return begin + padding + end + std::string(marker) +
+         R"(,"payload":{"approvals_reviewer":"auto_review","approval_policy":"on-request"}})";
+}
+
+/// A record with an automatic reviewer of exactly `size` bytes.
+std::string recordOfSize(std::size_t size) {
+  const std::string begin = R"({"type":"turn_context","payload":{"approvals_reviewer":)"
+                            R"("auto_review","approval_policy":"on-request","pad":")";
+  const std::string end = R"("}})";
+  return begin + std::string(size - begin.size() - end.size(), 'x') + end;
+}
+
+/// Lines that tell nothing, `size` bytes in all, the last of them a line feed.
+std::string filler(std::size_t size) {
+  std::string text;
+  while (size - text.size() > 100) text += std::string(98, '.') + "\n";
+  return text + std::string(size - text.size() - 1, '.') + "\n";
+}
+
+const auto named = [](const auto& row) { return std::string(row.param.name); };
+
+// What a turn's settings say
+
+struct SettingsCase {
+  const char* name;
+  std::string line;
+  bool reviewed;
+};
+
+std::string payload(const std::string& members) {
+  return R"({"type":"turn_context","payload":{)" + members + "}}";
+}
+std::string reviewer(const std::string& json) {
+  return payload(R"("approval_policy":"on-request","approvals_reviewer":)" + json);
+}
+std::string policy(const std::string& json) {
+  return payload(R"("approvals_reviewer":"auto_review","approval_policy":)" + json);
+}
+
+const SettingsCase settingsCases[] = {
+    {"autoReview", reviewer(R"("auto_review")"), true},
+    {"guardianSubagent", reviewer(R"("guardian_subagent")"), true},
+    {"theUser", reviewer(R"("user")"), false},
+    {"anEmptyReviewer", reviewer(R"("")"), false},
+    {"aReviewerInCapitals", reviewer(R"("AUTO_REVIEW")"), false},
+    {"aReviewerWithABlank", reviewer(R"("auto_review ")"), false},
+    {"aReviewerWithANul", reviewer(R"("auto_review\u0000")"), false},
+    {"anEscapedReviewer", reviewer(R"("\u0061uto_review")"), true},
+    {"aReviewerThatIsNull", reviewer("null"), false},
+    {"aReviewerThatIsABoolean", reviewer("true"), false},
+    {"aReviewerThatIsANumber", reviewer("1"), false},
+    {"aReviewerThatIsAList", reviewer(R"(["auto_review"])"), false},
+    {"aReviewerThatIsAnObject", reviewer(R"({"auto_review":true})"), false},
+    {"noReviewer", payload(R"("approval_policy":"on-request")"), false},
+    {"onRequest", policy(R"("on-request")"), true},
+    {"onFailure", policy(R"("on-failure")"), true},
+    {"never", policy(R"("never")"), false},
+    {"untrusted", policy(R"("untrusted")"), false},
+    {"granularAsText", policy(R"("granular")"), false},
+    {"granular", policy(R"({"granular":{"rules":true}})"), true},
+    {"granularAndMore", policy(R"({"a":1,"granular":{}})"), true},
+    {"granularOfAnyType", policy(R"({"granular":null})"), true},
+    {"granularDeeperDown", policy(R"({"policy":{"granular":{}}})"), false},
+    {"anEmptyPolicy", policy("{}"), false},
+    {"aPolicyThatIsNull", policy("null"), false},
+    {"aPolicyThatIsABoolean", policy("true"), false},
+    {"aPolicyThatIsANumber", policy("1"), false},
+    {"aPolicyThatIsAList", policy(R"(["on-request"])"), false},
+    {"noPolicy", payload(R"("approvals_reviewer":"auto_review")"), false},
+    {"noPayload", R"({"type":"turn_context"})", false},
+    {"aPayloadThatIsAText", R"({"payload":"auto_review"})", false},
+    {"aPayloadThatIsAList", R"({"payload":[{"approvals_reviewer":"auto_review"}]})", false},
+    {"aPayloadThatIsNull", R"({"payload":null})", false},
+    {"settingsBesideThePayload",
+     R"({"payload":{},"approvals_reviewer":"auto_review","approval_policy":"on-request"})", false},
+    {"theLastOfTwoReviewers",
+     payload(R"("approvals_reviewer":"user","approval_policy":"on-request",)"
+             R"("approvals_reviewer":"auto_review")"),
+     true},
+    {"aCarriageReturnAtTheEnd", automatic + "\r", true},
+    {"nothing", "", false},
+    {"blanks", "  ", false},
+    {"aList", "[" + automatic + "]", false},
+    {"aText", R"("turn_context")", false},
+    {"twoRecords", automatic + automatic, false},
+    {"invalidUTF8", reviewer("\"auto_review\xFF\""), false},
+    {"deepNesting", std::string(100'000, '['), false},
+};
+
+class TurnSettings : public testing::TestWithParam<SettingsCase> {};
+TEST_P(TurnSettings, tellWhoReviews) {
+  EXPECT_EQ(autoReviewedIn(GetParam().line), GetParam().reviewed);
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, TurnSettings, testing::ValuesIn(settingsCases), named);
+
+TEST(CodexTranscript, noBeginningOfARecordIsReviewed) {
+  for (std::size_t size = 0; size < automatic.size(); ++size) {
+    EXPECT_FALSE(autoReviewedIn(automatic.substr(0, size))) << size;
+  }
+}
+
+// Which record counts
+
+struct TranscriptCase {
+  const char* name;
+  std::string content;
+  bool reviewed;
+};
+
+const TranscriptCase transcriptCases[] = {
+    {"anEmptyFile", "", false},
+    {"oneLineFeed", "\n", false},
+    {"onlyOtherRecords", message + "\n" + message + "\n", false},
+    {"anAutomaticReviewer", message + "\n" + automatic + "\n" + message + "\n", true},
+    {"theGuardian", record("guardian_subagent") + "\n", true},
+    {"theGuardianWhoNeverAsks", record("guardian_subagent", R"("never")") + "\n", false},
+    {"aGranularPolicy", record("guardian_subagent", R"({"granular":{"rules":true}})") + "\n", true},
+    {"theUser", manual + "\n", false},
+    {"aLaterUser", automatic + "\n" + manual + "\n", false},
+    {"aLaterReviewer", manual + "\n" + automatic + "\n", true},
+    {"aLaterRecordWithoutSettings", automatic + "\n" + R"({"type":"turn_context"})" + "\n", false},
+    {"noFinalLineFeed", manual + "\n" + automatic, true},
+    {"theFirstLine", automatic + "\n" + message + "\n", true},
+    {"emptyLinesAround", "\n\n" + automatic + "\n\n\n", true},
+    {"carriageReturns", message + "\r\n" + automatic + "\r\n" + message + "\r\n", true},
+    {"aHalfWrittenLine", automatic + "\n" + manual.substr(0, manual.size() - 1), true},
+    {"aHalfWrittenMarker", automatic + "\n" + R"({"type":"turn_con)", true},
+    {"theMarkerInAnotherRecord",
+     automatic + "\n" + R"({"payload":{"type":"turn_context","approvals_reviewer":"user"}})" + "\n",
+     true},
+    {"theMarkerInAnEscapedText",
+     automatic + "\n" + R"({"type":"x","text":"{\"type\":\"turn_context\"}"})" + "\n", true},
+    {"theMarkerInTextThatIsNoJSON", automatic + "\n" + R"(a "type":"turn_context" b)" + "\n", true},
+    {"theMarkerBesideAnotherType",
+     automatic + "\n" + R"({"a":{"type":"turn_context"},"type":"event_msg"})" + "\n", true},
+    {"aRecordInsideAList", automatic + "\n[" + manual + "]\n", true},
+    {"blanksInTheMarker", automatic + "\n" + R"({"type": "turn_context","payload":{}})" + "\n",
+     true},
+    {"theTypeTwice", manual + "\n" + R"({"type":"x",)" + automatic.substr(1) + "\n", true},
+    {"theTypeOverruled",
+     automatic + "\n" + manual.substr(0, manual.size() - 1) + R"(,"type":"x"})" + "\n", true},
+    {"anInvalidLine", automatic + "\n" + R"({"type":"turn_context","x":)" + "\xFF}\n", true},
+    {"aNulByteInALine",
+     automatic + "\n" + R"({"type":"turn_context")" + std::string(1, '\0') + "}\n", true},
+    {"manyMarkersInALine",
+     automatic + "\n" + R"({"a":[{"type":"turn_context"},{"type":"turn_context"}]})" + "\n", true},
+};
+
+class Transcript : public CodexTranscriptFile,
+                   public testing::WithParamInterface<TranscriptCase> {};
+TEST_P(Transcript, tellsWhoReviews) {
+  EXPECT_EQ(autoReviewed(file(GetParam().content)), GetParam().reviewed);
+}
+TEST_P(Transcript, readsTheSameThroughWindowsOfAnySize) {
+  const std::string& content = GetParam().content;
+  const std::string name = file(content);
+  const auto expected = lastTurnContext(name, windowBytes, mostBytesRead);
+  EXPECT_EQ(expected && autoReviewedIn(*expected), GetParam().reviewed);
+  for (std::uint64_t chunk = 1; chunk <= content.size() + 1; ++chunk) {
+    EXPECT_EQ(lastTurnContext(name, chunk, mostBytesRead), expected) << chunk;
+  }
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, Transcript, testing::ValuesIn(transcriptCases), named);
+
+TEST_F(CodexTranscriptFile, givesTheLineAsItIsWritten) {
+  const std::string line = R"({ "type":"turn_context", "payload": {"a":"\u0041\n\/"} } )";
+  const std::string name = file(message + "\n" + line + "\n");
+  EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), line);
+}
+
+// What is no transcript
+
+TEST_F(CodexTranscriptFile, aMissingFileIsNotReviewed) {
+  EXPECT_FALSE(autoReviewed(path("missing.jsonl")));
+  EXPECT_FALSE(autoReviewed(""));
+  EXPECT_FALSE(lastTurnContext(path("missing.jsonl"), windowBytes, mostBytesRead));
+}
+
+TEST_F(CodexTranscriptFile, aPathThroughAFileIsNotReviewed) {
+  EXPECT_FALSE(autoReviewed(file(automatic) + "/transcript.jsonl"));
+}
+
+TEST_F(CodexTranscriptFile, aPathBeyondTheSystemsLimitIsNotReviewed) {
+  EXPECT_FALSE(autoReviewed(path(std::string(100'000, 'x'))));
+}
+
+TEST_F(CodexTranscriptFile, aPathWithANulIsNotReviewed) {
+  const std::string name = file(automatic);
+  ASSERT_TRUE(autoReviewed(name));
+  EXPECT_FALSE(autoReviewed(name + std::string("\0x", 2)));
+}
+
+TEST_F(CodexTranscriptFile, aFolderIsNotReviewed) { EXPECT_FALSE(autoReviewed(path("."))); }
+
+TEST_F(CodexTranscriptFile, aFIFOIsNotWaitedFor) {
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(autoReviewed(path("fifo")));
+}
+
+TEST_F(CodexTranscriptFile, aFIFOWithARecordInItIsNotRead) {
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  const Open fifo(path("fifo"), O_RDWR);
+  const std::string line = automatic + "\n";
+  ASSERT_EQ(write(fifo, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+  EXPECT_FALSE(autoReviewed(path("fifo")));
+}
+
+TEST_F(CodexTranscriptFile, devicesAreNotReviewed) {
+  EXPECT_FALSE(autoReviewed("/dev/null"));
+  EXPECT_FALSE(autoReviewed("/dev/zero"));
+  EXPECT_FALSE(autoReviewed("/dev/tty"));
+}
+
+TEST_F(CodexTranscriptFile, aSocketIsNotReviewed) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string name = path("socket");
+  ASSERT_LT(name.size(), sizeof address.sun_path);
+  name.copy(address.sun_path, name.size());
+  const int socketDescriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(bind(socketDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_FALSE(autoReviewed(name));
+  close(socketDescriptor);
+}
+
+TEST_F(CodexTranscriptFile, anUnreadableFileIsNotReviewed) {
+  if (geteuid() == 0) GTEST_SKIP() << "nothing is unreadable for root";
+  const std::string name = file(automatic);
+  ASSERT_EQ(chmod(name.c_str(), 0), 0);
+  EXPECT_FALSE(autoReviewed(name));
+}
+
+TEST_F(CodexTranscriptFile, aSymbolicLinkIsFollowed) {
+  std::filesystem::create_symlink(file(automatic), path("link"));
+  EXPECT_TRUE(autoReviewed(path("link")));
+  std::filesystem::create_symlink(path("nowhere"), path("dangling"));
+  EXPECT_FALSE(autoReviewed(path("dangling")));
+  std::filesystem::create_symlink(path("loop"), path("loop"));
+  EXPECT_FALSE(autoReviewed(path("loop")));
+}
+
+std::size_t openDescriptors() {
+  std::size_t count = 0;
+  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) >= 0) ++count;
+  }
+  return count;
+}
+
+TEST_F(CodexTranscriptFile, theFileIsClosedOnEveryWayOut) {
+  const std::string good = file(automatic);
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  const std::size_t before = openDescriptors();
+  EXPECT_TRUE(autoReviewed(good));
+  EXPECT_FALSE(autoReviewed(file("")));
+  EXPECT_FALSE(autoReviewed(file(message)));
+  EXPECT_FALSE(autoReviewed(path("missing")));
+  EXPECT_FALSE(autoReviewed(path(".")));
+  EXPECT_FALSE(autoReviewed(path("fifo")));
+  EXPECT_FALSE(lastTurnContext(good, 0, mostBytesRead));
+  EXPECT_FALSE(lastTurnContext(good, windowBytes, 0));
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+// Looking back for the beginning of a line
+
+struct LookBackCase {
+  const char* name;
+  std::size_t marker;  ///< Where the marker stands in its line, in bytes.
+  std::string before;  ///< What precedes the line.
+  bool usable;
+};
+const LookBackCase lookBackCases[] = {
+    {"usableAt159Bytes", 159, "x\n", true},
+    {"lostAt160Bytes", 160, "x\n", false},
+    {"lostAt161Bytes", 161, "x\n", false},
+    {"lostAt160BytesBehindALineFeedAlone", 160, "\n", false},
+    {"usableAt159BytesBehindALineFeedAlone", 159, "\n", true},
+    {"usableAt160BytesOfTheFile", 160, "", true},
+    {"lostAt161BytesOfTheFile", 161, "", false},
+    {"usableAt159BytesOfTheFile", 159, "", true},
+    {"lostFarBehind", 100'000, "x\n", false},
+};
+
+class LookBack : public CodexTranscriptFile, public testing::WithParamInterface<LookBackCase> {};
+TEST_P(LookBack, reachesAsFarAsItMust) {
+  const std::string& before = GetParam().before;
+  const std::string expected = recordWithMarkerAt(GetParam().marker);
+  ASSERT_EQ(expected.find(marker), GetParam().marker);
+  const std::string name = file(before + expected + "\n" + message + "\n");
+  const std::uint64_t offset = before.size() + GetParam().marker;
+  EXPECT_EQ(line(offset, Open(name)).has_value(), GetParam().usable);
+  EXPECT_EQ(autoReviewed(name), GetParam().usable);
+  // With the marker at every place of a window, at its very beginning too.
+  for (std::uint64_t chunk = 1; chunk < 500; ++chunk) {
+    const auto found = lastTurnContext(name, chunk, mostBytesRead);
+    EXPECT_EQ(found.has_value(), GetParam().usable) << chunk;
+    if (found) {
+      EXPECT_EQ(*found, expected) << chunk;
+    }
+  }
+}
+TEST_P(LookBack, fallsBackToAnEarlierRecord) {
+  const std::string name =
+      file(manual + "\n" + GetParam().before + recordWithMarkerAt(GetParam().marker) + "\n");
+  // Behind another line none of them begins the file any more.
+  EXPECT_EQ(autoReviewed(name), GetParam().marker < 160);
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, LookBack, testing::ValuesIn(lookBackCases), named);
+
+// A line in the file
+
+TEST_F(CodexTranscriptFile, theLineAroundEveryOffsetIsFound) {
+  const std::string content = "first\n\nthird line\nlast";
+  const Open descriptor(file(content));
+  for (std::size_t offset = 0; offset < content.size(); ++offset) {
+    const std::size_t feed = offset == 0 ? std::string::npos : content.rfind('\n', offset - 1);
+    const std::size_t start = feed == std::string::npos ? 0 : feed + 1;
+    const std::size_t end = content.find('\n', start);
+    EXPECT_EQ(line(offset, descriptor), content.substr(start, end - start)) << offset;
+  }
+}
+
+TEST_F(CodexTranscriptFile, thereIsNoLineBeyondTheFile) {
+  const Open descriptor(file("line\n"));
+  EXPECT_EQ(line(5, descriptor), "");
+  EXPECT_EQ(line(6, descriptor), std::nullopt);
+  EXPECT_EQ(line(100'000, descriptor), std::nullopt);
+}
+
+TEST_F(CodexTranscriptFile, thereIsNoLineInWhatCannotBeRead) {
+  EXPECT_EQ(line(0, -1), std::nullopt);
+  EXPECT_EQ(line(0, Open(path("."))), std::nullopt);
+  EXPECT_EQ(line(0, Open(file("line\n"), O_WRONLY)), std::nullopt);
+}
+
+struct LineCase {
+  const char* name;
+  std::size_t size;  ///< Bytes, without the line feed.
+  bool lineFeed;
+  bool usable;
+};
+const LineCase lineCases[] = {
+    {"oneByteShortOfAPiece", 65'535, true, true},
+    {"aPiece", 65'536, true, true},
+    {"oneByteMoreThanAPiece", 65'537, true, true},
+    {"aPieceAtTheEndOfTheFile", 65'536, false, true},
+    {"twoPieces", 131'072, true, true},
+    {"aWindow", 262'144, true, true},
+    {"oneByteShortOfTheLongest", longestLine - 1, true, true},
+    {"theLongest", longestLine, true, true},
+    {"oneByteMoreThanTheLongest", longestLine + 1, true, false},
+    {"twoBytesMoreThanTheLongest", longestLine + 2, true, false},
+    {"theLongestAtTheEndOfTheFile", longestLine, false, true},
+    {"oneByteMoreAtTheEndOfTheFile", longestLine + 1, false, false},
+    {"muchMore", 3 * longestLine, true, false},
+};
+
+class Line : public CodexTranscriptFile, public testing::WithParamInterface<LineCase> {};
+TEST_P(Line, isReadUpToTheLongest) {
+  const std::string expected = recordOfSize(GetParam().size);
+  ASSERT_EQ(expected.size(), GetParam().size);
+  const std::string content =
+      manual + "\n" + expected + (GetParam().lineFeed ? "\n" + message + "\n" : "");
+  const std::string name = file(content);
+  const auto found = line(manual.size() + 1, Open(name));
+  ASSERT_EQ(found.has_value(), GetParam().usable);
+  if (found) {
+    EXPECT_TRUE(*found == expected);  // a megabyte is no help when printed
+  }
+  EXPECT_EQ(autoReviewed(name), GetParam().usable);
+}
+TEST_P(Line, isMeasuredTheSameInOneWindow) {
+  const std::string expected = recordOfSize(GetParam().size);
+  const std::string name = file(expected + (GetParam().lineFeed ? "\n" + message + "\n" : ""));
+  const auto found = lastTurnContext(name, 4 * mostBytesRead, mostBytesRead);
+  ASSERT_EQ(found.has_value(), GetParam().usable);
+  if (found) {
+    EXPECT_TRUE(*found == expected);
+  }
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, Line, testing::ValuesIn(lineCases), named);
+
+// Windows
+
+TEST_F(CodexTranscriptFile, aMarkerAcrossTwoWindowsIsFound) {
+  const std::string record = automatic + "\n";
+  const std::size_t inRecord = record.find(marker);
+  for (std::size_t inLaterWindow = 0; inLaterWindow <= marker.size(); ++inLaterWindow) {
+    const std::size_t behind = record.size() - inRecord - marker.size();
+    const std::string name =
+        file(manual + "\n" + record + filler(windowBytes - behind - inLaterWindow));
+    EXPECT_TRUE(autoReviewed(name)) << inLaterWindow;
+  }
+}
+
+TEST_F(CodexTranscriptFile, aLineAcrossTwoWindowsIsReadWhole) {
+  const std::string record = recordOfSize(5000);
+  for (const std::size_t inLaterWindow : {1U, 20U, 22U, 160U, 2500U, 4978U, 4999U}) {
+    const std::string name =
+        file(manual + "\n" + record + "\n" + filler(windowBytes - inLaterWindow - 1));
+    EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), record) << inLaterWindow;
+  }
+}
+
+TEST_F(CodexTranscriptFile, anEarlierRecordIsFoundBehindManyWindows) {
+  EXPECT_TRUE(autoReviewed(file(automatic + "\n" + filler(5 * windowBytes + 17))));
+}
+
+struct LimitCase {
+  const char* name;
+  std::uint64_t chunk;
+  std::uint64_t limit;
+  bool found;
+};
+/// For a marker that ends 250 bytes before the end of the file and begins 271 bytes before it.
+const LimitCase limitCases[] = {
+    {"noChunk", 0, mostBytesRead, false},
+    {"noLimit", 100, 0, false},
+    {"oneWindowOfAByte", 1, 1, false},
+    {"oneByteOfAWindowIsAWholeWindow", 1000, 1, true},
+    {"aWindowThatReachesTheMarker", 271, 1, true},
+    {"aWindowThatMissesItByAByte", 270, 1, false},
+    {"aWindowThatMissesItByAByteAndAnother", 270, 271, true},
+    {"noThirdWindowOnceTheLimitIsRead", 100, 200, false},
+    {"aThirdWindowOneByteBeforeTheLimit", 100, 201, true},
+    {"aThirdWindowForALimitWithinIt", 100, 299, true},
+    {"manySmallWindows", 1, 271, true},
+    {"oneSmallWindowTooFew", 1, 270, false},
+    {"theLargestNumbers", UINT64_MAX, UINT64_MAX, true},
+    {"theLargestLimit", 1, UINT64_MAX, true},
+};
+
+class Limit : public CodexTranscriptFile, public testing::WithParamInterface<LimitCase> {};
+TEST_P(Limit, noWindowIsBegunOnceItIsReached) {
+  const std::string record = R"({"x":1,"type":"turn_context"})";
+  const std::string name = file(message + "\n" + record + "\n" + filler(250 - 2));
+  ASSERT_EQ(std::filesystem::file_size(name) - message.size() - 1 - record.find(marker), 271U);
+  const auto found = lastTurnContext(name, GetParam().chunk, GetParam().limit);
+  EXPECT_EQ(found, GetParam().found ? std::optional(record) : std::nullopt);
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, Limit, testing::ValuesIn(limitCases), named);
+
+TEST_F(CodexTranscriptFile, sixtyFourMebibytesAreRead) {
+  const std::string name = file(automatic + "\n");
+  const std::uint64_t atMost = mostBytesRead + automatic.find(marker);
+  std::filesystem::resize_file(name, atMost);
+  EXPECT_TRUE(autoReviewed(name));
+  std::filesystem::resize_file(name, atMost + 1);
+  EXPECT_FALSE(autoReviewed(name));
+}
+
+// The cost
+
+/// The bytes that this process has read so far; absent where the system does not count them.
+std::optional<std::uint64_t> bytesReadSoFar() {
+  std::ifstream stream("/proc/self/io");
+  std::string key;
+  std::uint64_t bytes = 0;
+  if (stream >> key >> bytes && key == "rchar:") return bytes;
+  return std::nullopt;
+}
+
+struct CostCase {
+  const char* name;
+  std::string line;  ///< What the file is full of.
+  std::size_t size;
+};
+const CostCase costCases[] = {
+    {"aLineFullOfMarkers", R"("type":"turn_context",)", 8 << 20},
+    {"markersThatShareAQuotationMark", R"("type":"turn_context)", 8 << 20},
+    {"shortLinesWithAMarkerEach", "\"type\":\"turn_context\"\n", 8 << 20},
+    {"shortRecordsOfAnotherType", "{\"a\":{\"type\":\"turn_context\"}}\n", 8 << 20},
+    {"longLinesWithAMarkerEach",
+     R"({"a":{"type":"turn_context"},"b":")" + std::string(900'000, 'x') + "\"}\n", 8 << 20},
+    {"tooLongLinesWithAMarkerEach",
+     R"({"a":{"type":"turn_context"},"b":")" + std::string(1'100'000, 'x') + "\"}\n", 8 << 20},
+    {"lineFeeds", "\n", 8 << 20},
+};
+
+class Cost : public CodexTranscriptFile, public testing::WithParamInterface<CostCase> {};
+TEST_P(Cost, isAFewTimesTheSizeOfTheFile) {
+  std::string content = automatic + "\n";
+  while (content.size() < GetParam().size) content += GetParam().line;
+  const std::string name = file(content);
+  const auto before = bytesReadSoFar();
+  EXPECT_TRUE(autoReviewed(name));
+  const auto after = bytesReadSoFar();
+  if (!before || !after) GTEST_SKIP() << "this system does not count the bytes that are read";
+  EXPECT_LT(*after - *before, 3 * content.size());
+}
+INSTANTIATE_TEST_SUITE_P(CodexTranscript, Cost, testing::ValuesIn(costCases), named);
+
+TEST_F(CodexTranscriptFile, onlyTheEndOfALongFileIsRead) {
+  const std::string name = file(filler(20 * windowBytes) + automatic + "\n" + message + "\n");
+  const auto before = bytesReadSoFar();
+  EXPECT_TRUE(autoReviewed(name));
+  const auto after = bytesReadSoFar();
+  if (!before || !after) GTEST_SKIP() << "this system does not count the bytes that are read";
+  EXPECT_LT(*after - *before, windowBytes + 10'000);
+}
+
+// A file that changes
+
+void append(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    if (count < 0) std::abort();
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+TEST_F(CodexTranscriptFile, mayBeAppendedToWhileItIsRead) {
+  const std::string name = file(automatic + "\n");
+  std::atomic<bool> reading = true;
+  std::thread writer([&] {
+    const Open descriptor(name, O_WRONLY | O_APPEND);
+    std::minstd_rand random(1);
+    for (std::size_t size = 0; reading && size < (48 << 20);) {
+      std::string line = random() % 4 == 0 ? automatic + "\n" : message + "\n";
+      if (random() % 16 == 0) line = filler(300'000);
+      size += line.size();
+      // In two halves, so that a reader sees half a line.
+      const std::size_t half = random() % line.size();
+      append(descriptor, std::string_view(line).substr(0, half));
+      append(descriptor, std::string_view(line).substr(half));
+    }
+    append(descriptor, manual + "\n");
+  });
+  for (int round = 0; round < 300; ++round) EXPECT_TRUE(autoReviewed(name)) << round;
+  reading = false;
+  writer.join();
+  EXPECT_FALSE(autoReviewed(name));
+}
+
+TEST_F(CodexTranscriptFile, mayBeCutShortWhileItIsRead) {
+  const std::string content = manual + "\n" + filler(700'000) + automatic + "\n" + filler(300'000);
+  const std::string name = file(content);
+  std::atomic<bool> reading = true;
+  std::thread writer([&] {
+    std::minstd_rand random(2);
+    const Open descriptor(name, O_RDWR | O_APPEND);
+    while (reading) {
+      const auto size = static_cast<off_t>(random() % content.size());
+      if (ftruncate(descriptor, size) != 0) std::abort();
+      append(descriptor, std::string_view(content).substr(static_cast<std::size_t>(size)));
+    }
+  });
+  for (int round = 0; round < 300; ++round) {
+    const auto found = lastTurnContext(name, 10'000, mostBytesRead);
+    if (found) {
+      EXPECT_TRUE(*found == automatic || *found == manual) << *found;
+    }
+  }
+  reading = false;
+  writer.join();
+  EXPECT_TRUE(autoReviewed(name));
+}
+
+// Two roads that agree
+
+/// The same search over the whole file in memory, as simply as it can be put.
+std::optional<std::string> searchedInMemory(const std::string& content) {
+  for (std::size_t hit = content.rfind(marker); hit != std::string::npos;
+       hit = hit == 0 ? std::string::npos : content.rfind(marker, hit - 1)) {
+    const std::size_t feed = hit == 0 ? std::string::npos : content.rfind('\n', hit - 1);
+    const std::size_t start = feed == std::string::npos ? 0 : feed + 1;
+    if (feed == std::string::npos ? hit > 160 : hit - feed > 160) continue;
+    const std::string found = content.substr(start, content.find('\n', start) - start);
+    std::string scratch = found;
+    const auto document = JSON::Document::parse(scratch);
+    if (document && document->root().string("type") == "turn_context") return found;
+  }
+  return std::nullopt;
+}
+
+TEST_F(CodexTranscriptFile, randomFilesReadTheSameInMemory) {
+  std::mt19937 random(20261120);
+  const auto below = [&random](std::size_t limit) { return random() % limit; };
+  for (int round = 0; round < 2000; ++round) {
+    std::string content;
+    for (std::size_t lines = below(12); lines > 0; --lines) {
+      switch (below(8)) {
+        case 0:
+          content += automatic;
+          break;
+        case 1:
+          content += recordWithMarkerAt(140 + below(40));
+          break;
+        case 2:
+          content += R"({"type":"turn_context","n":)" + std::to_string(below(1000)) + "}";
+          break;
+        case 3:
+          content += R"({"a":[{"type":"turn_context"},{"type":"turn_context"}]})";
+          break;
+        case 4:
+          content += std::string(below(200), ' ') + manual;
+          break;
+        case 5:
+          content += std::string(below(300), 'x');
+          break;
+        case 6:
+          content += std::string(marker).substr(below(20));
+          break;
+        default:
+          content += message;
+          break;
+      }
+      if (below(10) > 0) content += '\n';
+    }
+    content.resize(content.size() - std::min(content.size(), below(3) * below(60)));
+    const std::string name = file(content);
+    const std::uint64_t chunk = 1 + below(1 + below(2 * content.size() + 2));
+    EXPECT_EQ(lastTurnContext(name, chunk, mostBytesRead), searchedInMemory(content))
+        << "chunk " << chunk << " of:\n"
+        << content;
+  }
+}
+
+TEST(CodexTranscript, theMarkerIsTheCompactMember) {
+  EXPECT_EQ(marker, "\"type\":\"turn_context\"");
+  EXPECT_EQ(marker.size(), 21U);
+}
+
+}  // namespace
+}  // namespace CorvaneControl::CodexTranscript
