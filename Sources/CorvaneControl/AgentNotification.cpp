@@ -1,1 +1,373 @@
 #include "CorvaneControl/AgentNotification.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "CorvaneControl/Platform/Markdown.h"
+#include "CorvaneControl/Platform/Patterns.h"
+#include "CorvaneControl/Platform/Text.h"
+
+namespace CorvaneControl::AgentNotification {
+namespace {
+
+constexpr std::size_t summaryCharacters = 120;
+constexpr std::size_t longestIdentifier = 128;  ///< Bytes.
+
+/// How much of a message is read at first, in bytes. More than the Markdown reader reads, so that
+/// what lies beyond can only be wanted when this much gives less than a summary.
+constexpr std::size_t previewBytes = 65'536;
+
+constexpr std::string_view crossSessionTag = "cross-session-message";
+constexpr std::string_view crossSessionEnd = "</cross-session-message>";
+constexpr std::string_view questionReplyTag = "send_user_message_question_reply";
+
+bool isIdentifierCharacter(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+         (character >= '0' && character <= '9') || character == '_' || character == '-';
+}
+
+/// Whether a text has more characters than a summary can hold.
+bool exceedsSummary(std::string_view text) {
+  return Text::prefix(text, summaryCharacters).size() < text.size();
+}
+
+/// The summary of a text whose white space is collapsed.
+std::optional<std::string> shortened(std::string text) {
+  if (text.empty()) return std::nullopt;
+  if (!exceedsSummary(text)) return text;
+  return std::string(Text::prefix(text, summaryCharacters - 1)).append("…");
+}
+
+std::optional<std::string_view> asString(const JSON::Value* value) {
+  return value == nullptr ? std::nullopt : value->asString();
+}
+
+/// Walks the lines of a message that can hold text: trimmed, without empty ones and the marks of
+/// code fences. One at a time, because a message may be megabytes of short lines.
+class MessageLines {
+ public:
+  explicit MessageLines(std::string_view text) : rest_(text) {}
+
+  std::optional<std::string_view> next() {
+    while (const auto line = Text::firstLine(rest_)) {
+      rest_.remove_prefix(static_cast<std::size_t>(line->data() + line->size() - rest_.data()));
+      const std::string_view trimmed = Text::trimmed(*line);
+      if (!trimmed.empty() && !trimmed.starts_with("```") && !trimmed.starts_with("~~~")) {
+        return trimmed;
+      }
+    }
+    return std::nullopt;
+  }
+
+ private:
+  std::string_view rest_;
+};
+
+/// The beginning of a text, of at most `limit` bytes, that ends with a whole scalar value.
+std::string_view cutAtScalar(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
+  while (limit > 0 && isContinuation(text[limit])) --limit;
+  return text.substr(0, limit);
+}
+
+/// What a message says on one line: headings left out unless there is nothing else, the marks of
+/// lists and quotes taken off.
+struct JoinedMessage {
+  std::string text{};
+  bool whole = true;  ///< Whether no line was left out for the limit.
+};
+
+/// Takes lines until the text has `limit` bytes.
+JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
+  JoinedMessage joined;
+  std::optional<std::string_view> firstLine;
+  bool hasText = false;
+  const auto append = [&joined, limit](std::string_view line) {
+    line.remove_prefix(Patterns::blockMark(line));
+    const std::string_view kept = cutAtScalar(line, limit - joined.text.size());
+    joined.whole = kept.size() == line.size();
+    joined.text += kept;
+  };
+  MessageLines lines(message);
+  while (const auto line = lines.next()) {
+    if (!firstLine) firstLine = line;
+    if (Patterns::headingMark(*line) > 0) continue;
+    if (joined.text.size() >= limit) joined.whole = false;
+    if (!joined.whole) return joined;
+    if (hasText) joined.text += ' ';
+    hasText = true;
+    append(*line);
+  }
+  if (!hasText && firstLine) append(*firstLine);
+  return joined;
+}
+
+/// Whether a text begins and ends as a JSON object does; cheap, whatever stands between.
+bool looksLikeObject(std::string_view text) {
+  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+  constexpr std::string_view jsonSpace = " \t\n\r";
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  const std::size_t first = text.find_first_not_of(jsonSpace);
+  const std::size_t last = text.find_last_not_of(jsonSpace);
+  return first != std::string_view::npos && text[first] == '{' && text[last] == '}';
+}
+
+struct NotificationKind {
+  std::string_view type;
+  AttentionKind kind;
+};
+constexpr NotificationKind notificationKinds[] = {
+    {"permission_prompt", AttentionKind::needsInput},
+    {"idle_prompt", AttentionKind::needsInput},
+    {"elicitation_dialog", AttentionKind::needsInput},
+    {"elicitation_url_dialog", AttentionKind::needsInput},
+    {"agent_needs_input", AttentionKind::needsInput},
+    {"agent_completed", AttentionKind::done},
+};
+
+/// Absent for a notification that calls for nobody's attention.
+std::optional<AttentionKind> notificationKind(const JSON::Value& input) {
+  const auto type = input.string("notification_type");
+  if (!type) return AttentionKind::needsInput;
+  const auto* known = std::ranges::find(notificationKinds, *type, &NotificationKind::type);
+  if (known == std::end(notificationKinds)) return std::nullopt;
+  return known->kind;
+}
+
+std::optional<std::string> owned(std::optional<std::string_view> text) {
+  if (!text) return std::nullopt;
+  return std::string(*text);
+}
+
+std::optional<std::string> messageOfClaude(const JSON::Value& input, std::string_view key) {
+  return messagePreview(claudeMessageBody(input.string(key)));
+}
+
+/// The summary of the command in a tool's input: a string, or strings joined with spaces.
+std::optional<std::string> commandSummary(const JSON::Value& input) {
+  const JSON::Value* toolInput = input.object("tool_input");
+  const JSON::Value* command = toolInput == nullptr ? nullptr : toolInput->find("command");
+  if (command == nullptr) return std::nullopt;
+  if (!command->isArray()) return summary(command);
+
+  const auto words = command->elements();
+  if (!std::ranges::all_of(words, [](const auto& word) { return word.asString().has_value(); })) {
+    return std::nullopt;
+  }
+  // Every word that is not blank is a character at least, so few words make a whole summary.
+  std::string joined;
+  std::size_t count = 0;
+  for (const JSON::Value& word : words) {
+    const std::string text = Text::collapsed(*word.asString(), summaryCharacters);
+    if (text.empty()) continue;
+    if (count > 0) joined += ' ';
+    joined += text;
+    if (++count > summaryCharacters) break;
+  }
+  return shortened(std::move(joined));
+}
+
+std::optional<AgentPermission> card(std::string_view tool, const JSON::Value& input,
+                                    const std::optional<std::string>& cwd, bool isClaude) {
+  if (isClaude && tool == "AskUserQuestion") return AgentPermission::question(input, cwd);
+  if (isClaude && tool == "ExitPlanMode") return AgentPermission::plan(input, cwd);
+  return AgentPermission::parse(tool, input, cwd);
+}
+
+std::string permissionMessage(std::string_view tool, const std::optional<AgentPermission>& card,
+                              const JSON::Value& input) {
+  if (tool == "AskUserQuestion") return "Asks you a question";
+  if (tool == "ExitPlanMode") return "Waits for you to approve its plan";
+  if (!card || card->action == AgentPermission::Action::run) return approval(input);
+  return std::string("Needs your approval: ")
+      .append(verb(card->action))
+      .append(" ")
+      .append(card->subject);
+}
+
+/// Reads the bytes of a hook input and gives them to `read`. What a tool answered may be megabytes
+/// and is nobody's business here.
+template <class Read>
+std::optional<Event> parsed(std::string bytes, Read read) {
+  const auto document = JSON::Document::parse(bytes, "tool_response");
+  if (!document) return std::nullopt;
+  return read(document->root());
+}
+
+}  // namespace
+
+std::optional<Event> claude(const JSON::Value& input) {
+  const auto name = input.string("hook_event_name");
+  if (!name) return std::nullopt;
+  auto cwd = owned(input.string("cwd"));
+  auto session = identifier(input.find("session_id"));
+  if (*name == "PermissionRequest") {
+    return permissionRequest(input, std::move(cwd), std::move(session), true);
+  }
+  if (*name == "Stop") {
+    return Event{.kind = AttentionKind::done,
+                 .cwd = std::move(cwd),
+                 .message = messageOfClaude(input, "last_assistant_message"),
+                 .session = std::move(session)};
+  }
+  if (*name == "Notification") {
+    const auto kind = notificationKind(input);
+    if (!kind) return std::nullopt;
+    return Event{.kind = *kind,
+                 .cwd = std::move(cwd),
+                 .message = messageOfClaude(input, "message"),
+                 .session = std::move(session)};
+  }
+  return std::nullopt;
+}
+
+std::optional<Event> codex(const JSON::Value& input, const AutoReviewed& autoReviewed) {
+  const auto name = input.string("hook_event_name");
+  if (!name) return std::nullopt;
+  auto cwd = owned(input.string("cwd"));
+  auto session = identifier(input.find("session_id"));
+  if (*name == "Stop") {
+    if (isCodexSuggestion(input.find("last_assistant_message"))) return std::nullopt;
+    return Event{.kind = AttentionKind::done,
+                 .cwd = std::move(cwd),
+                 .message = messagePreview(input.string("last_assistant_message")),
+                 .session = std::move(session)};
+  }
+  if (*name == "PermissionRequest") {
+    const auto transcript = input.string("transcript_path");
+    if (transcript && autoReviewed(std::string(*transcript))) return std::nullopt;
+    return permissionRequest(input, std::move(cwd), std::move(session), false);
+  }
+  return std::nullopt;
+}
+
+std::optional<Event> cursor(const JSON::Value& input) {
+  if (input.string("hook_event_name") != "stop") return std::nullopt;
+  auto cwd = cursorFolder(input);
+  if (!cwd) return std::nullopt;
+  auto session = identifier(input.find("conversation_id"));
+  const auto status = input.string("status");
+  if (status == "completed") {
+    return Event{.kind = AttentionKind::done, .cwd = std::move(cwd), .session = std::move(session)};
+  }
+  if (status == "error") {
+    return Event{.kind = AttentionKind::needsInput,
+                 .cwd = std::move(cwd),
+                 .message = "Stopped with an error",
+                 .session = std::move(session)};
+  }
+  return std::nullopt;
+}
+
+std::optional<Event> claude(std::string bytes) {
+  return parsed(std::move(bytes), [](const JSON::Value& input) { return claude(input); });
+}
+
+std::optional<Event> codex(std::string bytes, const AutoReviewed& autoReviewed) {
+  return parsed(std::move(bytes),
+                [&autoReviewed](const JSON::Value& input) { return codex(input, autoReviewed); });
+}
+
+std::optional<Event> cursor(std::string bytes) {
+  return parsed(std::move(bytes), [](const JSON::Value& input) { return cursor(input); });
+}
+
+Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd,
+                        std::optional<std::string> session, bool isClaude) {
+  const std::string_view tool = input.string("tool_name").value_or("");
+  const JSON::Value noInput = JSON::Value::ofObject({});
+  const JSON::Value* given = input.object("tool_input");
+  const JSON::Value& toolInput = given == nullptr ? noInput : *given;
+
+  Event event{.kind = AttentionKind::needsInput, .session = std::move(session)};
+  event.permission = card(tool, toolInput, cwd, isClaude);
+  event.message = permissionMessage(tool, event.permission, input);
+  event.toolCall = AgentPermission::fingerprint(tool, &toolInput);
+  event.cwd = std::move(cwd);
+  return event;
+}
+
+std::string approval(const JSON::Value& input) {
+  if (const auto command = commandSummary(input)) return "Needs your approval: " + *command;
+  if (const auto tool = input.string("tool_name")) {
+    return std::string("Needs your approval for ").append(*tool);
+  }
+  return "Needs your approval";
+}
+
+std::optional<std::string> identifier(const JSON::Value* value) {
+  const auto text = asString(value);
+  if (!text || text->empty() || text->size() > longestIdentifier) return std::nullopt;
+  if (!std::ranges::all_of(*text, isIdentifierCharacter)) return std::nullopt;
+  return std::string(*text);
+}
+
+std::optional<std::string> summary(const JSON::Value* value) { return summary(asString(value)); }
+
+std::optional<std::string> summary(std::optional<std::string_view> text) {
+  if (!text) return std::nullopt;
+  return shortened(Text::collapsed(*text, summaryCharacters));
+}
+
+std::optional<std::string> messagePreview(std::optional<std::string_view> text) {
+  if (!text) return std::nullopt;
+  JoinedMessage joined = joinedMessage(*text, previewBytes);
+  std::string preview = Text::collapsed(Markdown::plainText(joined.text), summaryCharacters);
+  // Marks may take up all that was read, such as a link to a very long address.
+  if (!joined.whole && !exceedsSummary(preview)) {
+    joined = joinedMessage(*text, std::string::npos);
+    preview = Text::collapsed(Markdown::plainText(joined.text), summaryCharacters);
+  }
+  return shortened(std::move(preview));
+}
+
+std::optional<std::string_view> claudeMessageBody(std::optional<std::string_view> text) {
+  if (!text) return std::nullopt;
+  const std::string_view trimmed = Text::trimmedOfLines(*text);
+  if (!Patterns::beginsWithTag(trimmed, crossSessionTag)) return text;
+  const auto tag = Patterns::openingTag(trimmed, crossSessionTag);
+  if (!tag) return std::nullopt;
+  std::string_view body = Text::trimmedOfLines(trimmed.substr(*tag));
+  if (body.ends_with(crossSessionEnd)) {
+    body.remove_suffix(crossSessionEnd.size());
+    body = Text::trimmedOfLines(body);
+  }
+  if (body.empty()) return std::nullopt;
+  return body;
+}
+
+std::optional<std::string_view> codexTaskBody(std::optional<std::string_view> text) {
+  if (!text) return std::nullopt;
+  if (Patterns::beginsWithTag(Text::trimmedOfLines(*text), questionReplyTag)) return std::nullopt;
+  return text;
+}
+
+bool isCodexSuggestion(const JSON::Value* value) {
+  const auto text = asString(value);
+  // An answer is prose as a rule: whether it is JSON is then seen without copying it.
+  if (!text || !looksLikeObject(*text)) return false;
+  std::string bytes(*text);
+  const auto document = JSON::Document::parse(bytes);
+  if (!document || document->root().members().size() != 1) return false;
+  const JSON::Member& only = document->root().members().front();
+  return only.key == "suggestion" || (only.key == "suggestions" && only.value.isArray());
+}
+
+bool validFolder(std::string_view path) {
+  return path.starts_with('/') && path.find('\0') == std::string_view::npos &&
+         !Text::hasLineBreak(path);
+}
+
+std::optional<std::string> cursorFolder(const JSON::Value& input) {
+  const JSON::Value* roots = input.array("workspace_roots");
+  if (roots == nullptr) return std::nullopt;
+  for (const JSON::Value& root : roots->elements()) {
+    const auto path = root.asString();
+    if (path && validFolder(*path)) return std::string(*path);
+  }
+  return std::nullopt;
+}
+
+}  // namespace CorvaneControl::AgentNotification
