@@ -13,7 +13,7 @@ endfunction()
 # Libraries of static archives where there are any: the programs are static on Linux, and on macOS
 # they must run on machines without Homebrew.
 set(Boost_USE_STATIC_LIBS ON)
-find_package(Boost 1.81 QUIET COMPONENTS json)
+find_package(Boost 1.81 QUIET CONFIG COMPONENTS json)
 corvane_require(Boost_FOUND "Boost.JSON 1.81 or later" "libboost-json1.81-dev (or later)" boost)
 
 find_package(PkgConfig QUIET)

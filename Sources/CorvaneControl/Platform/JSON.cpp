@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <boost/core/detail/string_view.hpp>
 #include <boost/json/basic_parser_impl.hpp>
+#include <boost/system/error_code.hpp>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -142,8 +144,8 @@ class DocumentBuilder {
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
-  using Error = boost::json::error_code;
-  using Text = boost::json::string_view;
+  using Error = boost::system::error_code;
+  using Text = boost::core::string_view;
 
   DocumentBuilder(std::span<char> source, std::string_view unused)
       : source_(source), kept_(source.data()), unused_(unused) {
@@ -329,7 +331,7 @@ std::optional<Document> Document::parse(std::span<char> text, std::string_view u
   boost::json::parse_options options;
   options.max_depth = deepestNesting;
   boost::json::basic_parser<DocumentBuilder> parser(options, json, unused);
-  boost::json::error_code code;
+  boost::system::error_code code;
   const std::size_t read = parser.write_some(false, json.data(), json.size(), code);
   if (!code && read < json.size()) code = boost::json::error::extra_data;
   if (!code) return parser.handler().document();

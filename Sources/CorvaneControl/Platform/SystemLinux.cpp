@@ -16,10 +16,17 @@ namespace CorvaneControl::System {
 
 const bool usesLibraryFolderAlways = false;
 
+namespace {
+
+struct CloseFile {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
 // getpwuid would load shared libraries into a static program, so the file is read directly.
 std::optional<std::string> homeInUserDatabase() {
-  const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen("/etc/passwd", "re"),
-                                                           &std::fclose);
+  const std::unique_ptr<FILE, CloseFile> file(std::fopen("/etc/passwd", "re"));
   if (!file) return std::nullopt;
   const uid_t user = ::getuid();
   while (const passwd* const entry = ::fgetpwent(file.get())) {
