@@ -236,6 +236,14 @@ TEST_F(CodexTranscriptFile, givesTheLineAsItIsWritten) {
   EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), line);
 }
 
+TEST(CodexTranscript, transcriptsOfRealSessionsTellWhoReviews) {
+  const std::string folder = CORVANE_SOURCE_DIR "/Tests/Fixtures/hooks/codex/";
+  EXPECT_TRUE(autoReviewed(folder + "transcript-auto-review.jsonl"));
+  EXPECT_FALSE(autoReviewed(folder + "transcript-user.jsonl"));
+  EXPECT_FALSE(autoReviewed(folder + "transcript-older.jsonl"));
+  EXPECT_TRUE(lastTurnContext(folder + "transcript-older.jsonl", windowBytes, mostBytesRead));
+}
+
 // What is no transcript
 
 TEST_F(CodexTranscriptFile, aMissingFileIsNotReviewed) {
