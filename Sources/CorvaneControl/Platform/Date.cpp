@@ -59,7 +59,7 @@ std::optional<std::int64_t> takeMinutes(std::string_view& text) {
   if (!hours || *hours > 23 || !take(text, ':')) return std::nullopt;
   const auto minutes = takeNumber(text, 2);
   if (!minutes || *minutes > 59) return std::nullopt;
-  return std::int64_t{*hours} * 3600 + *minutes * 60;
+  return std::int64_t{*hours} * 3600 + std::int64_t{*minutes} * 60;
 }
 
 /// Hours, minutes and seconds ("09:26:53"), in seconds.

@@ -30,7 +30,7 @@ std::optional<std::string> applicationSupportFolder() {
   if (usesLibraryFolderAlways) return folder;
   struct stat status {};
   if (::stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return folder;
-  const auto data = environmentValue("XDG_DATA_HOME");
+  auto data = environmentValue("XDG_DATA_HOME");
   if (data && data->starts_with('/')) return data;
   return *home + "/.local/share";
 }
