@@ -18,18 +18,29 @@ constexpr char32_t replacementScalar = 0xFFFD;
 std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
 bool isASCII(char character) { return byte(character) < 0x80; }
 
-/// The bytes at the start of `text`, counted in whole words of eight, in which no byte is beyond
-/// ASCII and none is a CR: the long stretches of every ordinary text.
-std::size_t plainWords(std::string_view text) {
-  constexpr std::uint64_t ones = 0x0101010101010101;
-  constexpr std::uint64_t highBits = 0x8080808080808080;
+// Eight bytes at once, for the long stretches of every ordinary text. The tests below are exact for
+// the lowest byte that they find, which is all that matters.
+using Word = std::uint64_t;
+constexpr Word ones = 0x0101010101010101;
+constexpr Word highBits = 0x8080808080808080;
+
+bool isASCIIWithoutCR(Word word) {
+  const Word carriageReturns = word ^ (ones * '\r');  // a CR becomes a zero byte
+  return ((word | (carriageReturns - ones)) & highBits) == 0;
+}
+
+bool isASCIIBeyondLineBreaks(Word word) {
+  return ((word | (word - ones * ('\r' + 1))) & highBits) == 0;
+}
+
+/// The bytes at the start of `text` in whole words for which `isPlain` holds.
+template <class Predicate>
+std::size_t leadingWords(std::string_view text, Predicate isPlain) {
   std::size_t position = 0;
-  std::uint64_t word = 0;
-  while (text.size() - position >= sizeof word) {
+  Word word = 0;
+  for (; text.size() - position >= sizeof word; position += sizeof word) {
     std::memcpy(&word, text.data() + position, sizeof word);
-    const std::uint64_t carriageReturns = word ^ (ones * '\r');  // a CR becomes a zero byte
-    if (((word | (carriageReturns - ones)) & highBits) != 0) break;
-    position += sizeof word;
+    if (!isPlain(word)) break;
   }
   return position;
 }
@@ -83,7 +94,7 @@ Sequence firstSequence(std::string_view text) {
 std::size_t wellFormedBytes(std::string_view text) {
   std::size_t position = 0;
   while (position < text.size()) {
-    position += plainWords(text.substr(position));
+    position += leadingWords(text.substr(position), isASCIIWithoutCR);
     if (position == text.size()) break;
     const Sequence sequence = firstSequence(text.substr(position));
     if (!sequence.wellFormed) break;
@@ -100,7 +111,7 @@ utf8proc_category_t category(char32_t scalar) {
 /// CR, and what follows it is ASCII as well or the end. Nothing but a combining scalar or the LF of
 /// a CR LF could join it, and neither is such a follower.
 std::size_t loneCharacters(std::string_view text) {
-  std::size_t position = plainWords(text);
+  std::size_t position = leadingWords(text, isASCIIWithoutCR);
   while (position < text.size() && isASCII(text[position]) && text[position] != '\r') ++position;
   if (position == text.size() || isASCII(text[position])) return position;
   return position == 0 ? 0 : position - 1;
@@ -150,7 +161,13 @@ std::size_t lineBreak(std::string_view text) {
 /// The bytes before the first line break, all of them when there is none.
 std::size_t bytesBeforeLineBreak(std::string_view text) {
   std::size_t position = 0;
-  while (position < text.size() && lineBreak(text.substr(position)) == 0) ++position;
+  while (position < text.size()) {
+    position += leadingWords(text.substr(position), isASCIIBeyondLineBreaks);
+    const std::size_t end = std::min(text.size(), position + sizeof(Word));
+    for (; position < end; ++position) {
+      if (lineBreak(text.substr(position)) > 0) return position;
+    }
+  }
   return position;
 }
 
