@@ -62,8 +62,8 @@ socklen_t completeAddress(sockaddr_un& address);
 /// Private memory of at least `size` bytes, all zero, in large pages where the system offers them;
 /// null when there is none. The caller gives it back with `unmapMemory`.
 char* mapMemory(std::size_t size);
-/// The same memory with more room behind it, perhaps elsewhere; null when there is none, and `memory`
-/// then stays as it was. `size` is what it was mapped with.
+/// The same memory with more room behind it, perhaps elsewhere; null when there is none, and
+/// `memory` then stays as it was. `size` is what it was mapped with.
 char* growMemory(char* memory, std::size_t size, std::size_t grown);
 void unmapMemory(char* memory, std::size_t size);
 
