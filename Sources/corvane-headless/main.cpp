@@ -1,1 +1,147 @@
-int main() { return 0; }
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "CorvaneControl/ControlProtocol.h"
+#include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/Text.h"
+#include "corvane-headless/CommandLine.h"
+#include "corvane-headless/Console.h"
+#include "corvane-headless/EndSignals.h"
+#include "corvane-headless/Server.h"
+#include "corvane-headless/SocketFile.h"
+#include "corvane-headless/Visible.h"
+#include "corvane-headless/Workspaces.h"
+#include "corvane-headless/WorkspacesFile.h"
+
+namespace {
+
+namespace Headless = CorvaneControl::Headless;
+namespace CommandLine = Headless::CommandLine;
+namespace System = CorvaneControl::System;
+
+constexpr int usageError = 2;
+/// Connections beyond this number wait; more than the system gives by itself, and than it allows.
+constexpr rlim_t descriptorsWanted = 10240;
+
+/// Occupies the standard descriptors that are closed, so that no client takes the place of one.
+void occupyStandardDescriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (::fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
+      ::open("/dev/null", O_RDWR);  // takes the lowest number that is free: this one
+    }
+  }
+}
+
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= descriptorsWanted) return;
+  limit.rlim_cur = std::min(descriptorsWanted, limit.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limit);  // without it there is room for fewer clients, no less
+}
+
+int fail(const std::string& message, int status = EXIT_FAILURE) {
+  std::fputs(("corvane-headless: " + message + "\n").c_str(), stderr);
+  return status;
+}
+
+int print(std::string_view text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (std::fflush(stdout) == 0 && written) return EXIT_SUCCESS;
+  return fail("standard output: " + System::errorText(errno));
+}
+
+/// Where corvanectl looks for the socket; the folder for it is made when it is the usual one.
+/// Absent after a message.
+std::optional<std::string> usualSocket() {
+  auto path = System::environmentValue("CORVANE_SOCKET");
+  if (path && !path->empty()) return path;
+  path = CorvaneControl::ControlSocket::path("Corvane");
+  if (!path) {
+    fail("there is no home folder to serve a socket in; use --socket PATH");
+    return std::nullopt;
+  }
+  if (const auto problem = Headless::makeFolderOf(*path)) {
+    fail(problem->description);
+    return std::nullopt;
+  }
+  return path;
+}
+
+CommandLine::Answering usualAnswering() {
+  const bool hasTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+  return hasTerminal ? CommandLine::Answering::ask : CommandLine::Answering::leave;
+}
+
+int serve(const CommandLine::Serve& options) {
+  const auto home = System::homeFolder();
+  std::vector<CorvaneControl::WorkspaceSummary> all = Headless::WorkspacesFile::sample(home);
+  if (options.workspaces) {
+    auto read = Headless::WorkspacesFile::read(*options.workspaces, home);
+    if (!read) return fail(read.failure().description);
+    all = *std::move(read);
+  }
+
+  raiseDescriptorLimit();
+  ::umask(S_IRWXG | S_IRWXO);  // the socket is the user's alone from its first moment
+  const Headless::EndSignals signals;
+  if (!signals.isUsable()) return fail("pipe: " + System::errorText(errno));
+  const auto path = options.socket ? options.socket : usualSocket();
+  if (!path) return EXIT_FAILURE;
+  auto socket = Headless::SocketFile::claim(*path);
+  if (!socket) return fail(socket.failure().description);
+
+  Headless::Console console(options.quiet);
+  const auto answering = options.answering.value_or(usualAnswering());
+  console.log("Serving " + std::to_string(all.size()) +
+              (all.size() == 1 ? " workspace at " : " workspaces at ") + Headless::visible(*path));
+  if (answering == CommandLine::Answering::leave) {
+    console.log(
+        "Agents that ask for permission ask by themselves: there is no terminal to ask on.");
+  }
+  {
+    Headless::Server server(*std::move(socket), Headless::Workspaces(std::move(all)), answering,
+                            console, signals.descriptor());
+    server.run();
+  }
+  console.log("Stopped.");
+  console.finishOutput();
+  return EXIT_SUCCESS;
+}
+
+int act(const CommandLine::Parsed& parsed) {
+  if (const auto* const options = std::get_if<CommandLine::Serve>(&parsed)) return serve(*options);
+  if (const auto* const usage = std::get_if<CommandLine::Usage>(&parsed)) {
+    return fail(usage->message + " See corvane-headless --help.", usageError);
+  }
+  if (std::holds_alternative<CommandLine::Hooks>(parsed)) {
+    return fail("this build can't look after hook files");
+  }
+  if (std::holds_alternative<CommandLine::Version>(parsed)) {
+    return print("corvane-headless " CORVANE_VERSION "\n");
+  }
+  return print(CommandLine::help);
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  occupyStandardDescriptors();
+  std::vector<std::string> arguments;
+  for (int index = 1; index < count; ++index) {
+    arguments.push_back(CorvaneControl::Text::repaired(words[index]));
+  }
+  return act(CommandLine::parse(arguments));
+}

@@ -1,0 +1,391 @@
+#include "corvane-headless/Application.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+#include <variant>
+
+#include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/Platform/Text.h"
+#include "corvane-headless/CardDrawing.h"
+#include "corvane-headless/Visible.h"
+
+namespace CorvaneControl::Headless {
+
+namespace {
+
+using Answering = CommandLine::Answering;
+
+/// Scalars of an agent's name that are shown.
+constexpr std::size_t longestAgent = 40;
+/// Allowed tool calls that are remembered until they are done.
+constexpr std::size_t mostAllowed = 64;
+
+std::string agentOf(const ControlRequest& request) {
+  const std::string name = visibleLine(Text::capitalized(request.agent.value_or("")), longestAgent);
+  return name.empty() ? "An agent" : name;
+}
+
+/// What tells the sessions of all agents apart: an agent without one is told by its folder.
+std::string sessionOf(const ControlRequest& request) {
+  return request.agent.value_or("") + "\n" + request.session.value_or("") + "\n" +
+         (request.session ? "" : request.cwd.value_or(""));
+}
+
+bool isSameCall(const ControlRequest& left, const ControlRequest& right) {
+  return left.toolCall && left.toolCall == right.toolCall && sessionOf(left) == sessionOf(right);
+}
+
+std::string counted(std::int64_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string_view verdict(const PermissionReply& reply, AgentPermission::Action action) {
+  const bool allowed = reply.answer == PermissionAnswer::allowed;
+  if (action == AgentPermission::Action::ask) return allowed ? "Answered" : "Declined";
+  if (action != AgentPermission::Action::plan) return allowed ? "Allowed" : "Denied";
+  if (!allowed) return "Kept planning";
+  return reply.approval == PlanApproval::automatic ? "Approved without further asking" : "Approved";
+}
+
+ControlResponse accepted() {
+  ControlResponse response;
+  response.ok = true;
+  return response;
+}
+
+}  // namespace
+
+Application::Application(Workspaces workspaces, Answering answering, Console& console,
+                         Clients& clients)
+    : workspaces_(std::move(workspaces)),
+      answering_(answering),
+      console_(console),
+      clients_(clients) {}
+
+void Application::request(ConnectionID connection, const ControlRequest& request) {
+  using Command = ControlRequest::Command;
+  if (request.command == Command::notify) {
+    notify(connection, request);
+  } else if (request.command == Command::subscribe) {
+    console_.log("A client follows the workspaces.");
+    const auto position = workspaces_.current();
+    ControlEvent first{.event = ControlEvent::Kind::workspace};
+    if (position) first.workspace = workspaces_[*position];
+    clients_.subscribe(connection, first);
+  } else {
+    clients_.answer(connection, respond(request));
+  }
+}
+
+ControlResponse Application::respond(const ControlRequest& request) {
+  using Command = ControlRequest::Command;
+  const std::string name = request.workspace.value_or("");
+  switch (request.command) {
+    case Command::list:
+      return list();
+    case Command::current:
+      return current();
+    case Command::switchTo:
+      return switchTo(name);
+    case Command::launch:
+      return launch(name);
+    case Command::stop:
+      return stop(name);
+    case Command::subscribe:
+    case Command::notify:
+      break;
+  }
+  return ControlResponse::failure("That is no question.");
+}
+
+ControlResponse Application::list() {
+  console_.log("Listed " +
+               counted(static_cast<std::int64_t>(workspaces_.all().size()), "workspace") + ".");
+  ControlResponse response = accepted();
+  response.workspaces = workspaces_.all();
+  return response;
+}
+
+ControlResponse Application::current() {
+  const auto position = workspaces_.current();
+  if (!position) return refusal("current", "No workspace is active.");
+  console_.log("Told the current workspace: " + workspaces_[*position].name + ".");
+  return about(*position);
+}
+
+ControlResponse Application::switchTo(std::string_view name) {
+  const auto position = workspaces_.find(name);
+  if (!position) return refusal("switch", position.failure().message);
+  if (workspaces_.switchTo(*position)) {
+    console_.log("Switched to " + workspaces_[*position].name + ".");
+    // A mark is gone before anybody hears of the switch, so that nobody shows a stale one.
+    const bool wasMarked = workspaces_.clearMark(*position);
+    clients_.publish({ControlEvent::Kind::workspace, workspaces_[*position]});
+    if (wasMarked) clients_.publish({ControlEvent::Kind::attention, workspaces_[*position]});
+  } else {
+    console_.log("Stayed in " + workspaces_[*position].name + ".");
+    clearMark(*position);
+  }
+  return about(*position);
+}
+
+ControlResponse Application::launch(std::string_view name) {
+  const auto position = workspaces_.find(name);
+  if (!position) return refusal("launch", position.failure().message);
+  windowsChanged(*position, "Launched ", workspaces_.launch(*position));
+  return about(*position);
+}
+
+ControlResponse Application::stop(std::string_view name) {
+  const auto position = workspaces_.find(name);
+  if (!position) return refusal("stop", position.failure().message);
+  const std::int64_t before = workspaces_.stop(*position);
+  if (before > 0) {
+    windowsChanged(*position, "Stopped ", before);
+    return about(*position);
+  }
+  ControlResponse response = about(*position);
+  response.error = workspaces_[*position].name + " has no windows.";
+  console_.log("Warned: " + *response.error);
+  return response;
+}
+
+ControlResponse Application::refusal(std::string_view command, const std::string& why) {
+  console_.log("Refused " + std::string(command) + ": " + visibleLine(why));
+  return ControlResponse::failure(why);
+}
+
+ControlResponse Application::about(std::size_t position) const {
+  ControlResponse response = accepted();
+  response.workspace = workspaces_[position];
+  return response;
+}
+
+void Application::windowsChanged(std::size_t position, std::string_view verb, std::int64_t before) {
+  const WorkspaceSummary& workspace = workspaces_[position];
+  console_.log(std::string(verb) + workspace.name + ": " + counted(workspace.windows, "window") +
+               " instead of " + std::to_string(before) + ".");
+  // Who follows the current workspace shows its window count; there is no event for another's.
+  if (workspace.active) clients_.publish({ControlEvent::Kind::workspace, workspace});
+}
+
+void Application::notify(ConnectionID connection, const ControlRequest& request) {
+  if (request.activity) {
+    progress(request);
+  } else if (request.permission) {
+    permission(connection, request);
+    return;
+  } else if (request.kind) {
+    attend(request);
+  } else {
+    clients_.answer(connection,
+                    refusal("notify", "notify needs a kind, an activity or a permission."));
+    return;
+  }
+  clients_.answer(connection, accepted());
+}
+
+void Application::progress(const ControlRequest& request) {
+  const std::string session = sessionOf(request);
+  const std::string line = agentOf(request) + " works in " + placeOf(request);
+  switch (*request.activity) {
+    case AgentActivity::started: {
+      turns_.start(session);
+      const std::string task = visibleLine(request.task.value_or(""));
+      console_.log(task.empty() ? line + "." : line + ": " + task);
+      clearMarksOf(request);  // whoever starts a turn has seen what the agent wanted
+      break;
+    }
+    case AgentActivity::working:
+      if (turns_.work(session)) console_.log(line + ".");
+      settleElsewhere(request);
+      break;
+    case AgentActivity::ended:
+      turns_.end(session);
+      console_.log(agentOf(request) + " has ended in " + placeOf(request) + ".");
+      settleElsewhere(request);
+      break;
+  }
+}
+
+void Application::attend(const ControlRequest& request) {
+  const Attention attention{.agent = request.agent.value_or(""),
+                            .kind = request.kind.value_or(AttentionKind::needsInput),
+                            .message = request.message,
+                            .since = Date::now(),
+                            .session = request.session,
+                            .folder = request.cwd};
+  std::string line =
+      visibleLine(Text::trimmed(attention.phrase()), longestAgent * 2) + " in " + placeOf(request);
+  if (attention.kind == AttentionKind::done) {
+    const auto calls = turns_.end(sessionOf(request));
+    if (calls.value_or(0) > 0) {
+      line += " (" + counted(static_cast<std::int64_t>(*calls), "tool call") + ")";
+    }
+  }
+  const std::string message = visibleLine(attention.message.value_or(""));
+  console_.log(message.empty() ? line + "." : line + ": " + message);
+
+  const auto position = workspaces_.holding(attention.folder.value_or(""));
+  if (!position) return;
+  workspaces_.mark(*position, attention);
+  clients_.publish({ControlEvent::Kind::attention, workspaces_[*position]});
+}
+
+void Application::clearMark(std::size_t position) {
+  if (!workspaces_.clearMark(position)) return;
+  clients_.publish({ControlEvent::Kind::attention, workspaces_[position]});
+}
+
+void Application::clearMarksOf(const ControlRequest& request) {
+  for (std::size_t position = 0; position < workspaces_.all().size(); ++position) {
+    const auto& mark = workspaces_[position].attention;
+    if (!mark) continue;
+    const ControlRequest marker{
+        .agent = mark->agent, .cwd = mark->folder, .session = mark->session};
+    if (sessionOf(marker) == sessionOf(request)) clearMark(position);
+  }
+}
+
+std::string Application::placeOf(const ControlRequest& request) const {
+  const std::string folder = request.cwd.value_or("");
+  const auto position = workspaces_.holding(folder);
+  if (position) return workspaces_[*position].name;
+  if (folder.empty()) return "no folder";
+  return visibleStart(CorvaneControl::Card::abbreviated(folder), 200) +
+         ", which is in no workspace";
+}
+
+void Application::permission(ConnectionID connection, const ControlRequest& request) {
+  const AgentPermission& card = *request.permission;
+  const std::string what = std::string(verb(card.action)) + " " + visibleLine(card.subject, 200);
+  Card arrived{connection, request, agentOf(request), what};
+  if (answering_ == Answering::allow) {
+    settle(arrived, automaticReply(card, PermissionAnswer::allowed), " (--answer allow)");
+  } else if (answering_ == Answering::deny) {
+    settle(arrived, automaticReply(card, PermissionAnswer::denied), " (--answer deny)");
+  } else {
+    attend(request);  // the user has to step in, here or at the agent
+    if (answering_ == Answering::leave) {
+      settle(arrived, std::nullopt, {});
+      return;
+    }
+    cards_.push_back(std::move(arrived));
+    if (cards_.size() == 1) {
+      showFirst();
+    } else {
+      console_.log("(" + std::to_string(cards_.size() - 1) + " more waiting.)");
+    }
+  }
+}
+
+void Application::settle(const Card& card, const std::optional<PermissionReply>& reply,
+                         std::string_view how) {
+  ControlResponse response = accepted();
+  std::string outcome = "Left to " + card.agent + ": ";
+  if (reply) {
+    response.decision = reply->answer;
+    response.choices = reply->choices;
+    response.approval = reply->approval;
+    outcome = std::string(verdict(*reply, card.request.permission->action)).append(how) + ", " +
+              card.agent + ": ";
+    if (reply->answer == PermissionAnswer::allowed && card.request.toolCall) {
+      if (allowed_.size() == mostAllowed) allowed_.pop_front();
+      allowed_.push_back(card.request);
+    }
+  }
+  console_.log(outcome + card.what);
+  clients_.answer(card.connection, response);
+}
+
+Application::Card Application::removed(std::size_t index) {
+  const auto place = cards_.begin() + static_cast<std::ptrdiff_t>(index);
+  Card card = std::move(*place);
+  cards_.erase(place);
+  if (index == 0) dialog_.reset();
+  return card;
+}
+
+void Application::settleFirst(const std::optional<PermissionReply>& reply) {
+  const Card card = removed(0);
+  settle(card, reply, {});
+  const bool isLast = std::ranges::none_of(cards_, [&](const Card& other) {
+    return sessionOf(other.request) == sessionOf(card.request);
+  });
+  if (reply && isLast) clearMarksOf(card.request);
+  showFirst();
+}
+
+void Application::settleElsewhere(const ControlRequest& report) {
+  const bool hasEnded = report.activity == AgentActivity::ended;
+  // The tool call that was just finished may be one that was allowed here; an equal one that still
+  // waits is another then.
+  const auto known = std::ranges::find_if(
+      allowed_, [&](const ControlRequest& request) { return isSameCall(request, report); });
+  if (!hasEnded && known != allowed_.end()) {
+    allowed_.erase(known);
+    return;
+  }
+  for (std::size_t index = 0; index < cards_.size();) {
+    const ControlRequest& request = cards_[index].request;
+    const bool isOver = hasEnded ? request.session && sessionOf(request) == sessionOf(report)
+                                 : isSameCall(request, report);
+    if (!isOver) {
+      ++index;
+      continue;
+    }
+    const Card card = removed(index);
+    console_.log("Settled without you, " + card.agent + ": " + card.what);
+    clients_.answer(card.connection, accepted());
+    if (!hasEnded) break;
+  }
+  showFirst();
+}
+
+void Application::disconnected(ConnectionID connection) {
+  const auto place = std::ranges::find(cards_, connection, &Card::connection);
+  if (place == cards_.end()) return;
+  const Card card = removed(static_cast<std::size_t>(place - cards_.begin()));
+  console_.log("Withdrawn by " + card.agent + ": " + card.what);
+  showFirst();
+}
+
+void Application::showFirst() {
+  if (cards_.empty() || dialog_) return;
+  dialog_.emplace(*cards_.front().request.permission);
+  console_.forgetTypedAhead();
+  drawFirst();
+}
+
+void Application::drawFirst() {
+  const Card& card = cards_.front();
+  const auto position = workspaces_.holding(card.request.cwd.value_or(""));
+  console_.show(draw(*dialog_, card.agent, position ? workspaces_[*position].name : "",
+                     cards_.size() - 1, console_.style()));
+}
+
+void Application::typed(std::string_view line) {
+  if (!dialog_) {
+    console_.log("Nothing waits for an answer.");
+    return;
+  }
+  const CardDialog::Outcome outcome = dialog_->typed(line);
+  if (const auto* decision = std::get_if<CardDialog::Decided>(&outcome)) {
+    settleFirst(decision->reply);
+  } else if (std::holds_alternative<CardDialog::LeftToAgent>(outcome)) {
+    settleFirst(std::nullopt);
+  } else if (const auto* hint = std::get_if<CardDialog::Hint>(&outcome)) {
+    console_.show(hint->text + "\n");
+  } else {
+    drawFirst();
+  }
+}
+
+void Application::inputEnded() {
+  answering_ = Answering::leave;
+  console_.log("End of input: agents that ask for permission ask by themselves from now on.");
+  while (!cards_.empty()) settle(removed(0), std::nullopt, {});
+}
+
+}  // namespace CorvaneControl::Headless

@@ -1,0 +1,187 @@
+#include "corvane-headless/CommandLine.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "corvane-headless/Visible.h"
+
+namespace CorvaneControl::Headless::CommandLine {
+
+const std::string_view help =
+    R"(corvane-headless: Corvane's end of the control socket, without a desktop
+
+Usage:
+  corvane-headless [--socket PATH] [--workspaces FILE] [--answer allow|deny|ask] [--quiet]
+  corvane-headless hooks [status|add|remove|show] [claude|codex|cursor ...]
+                         [--home DIR] [--tool PATH]
+  corvane-headless --help | --version
+
+Serving answers corvanectl until SIGINT (Ctrl-C) or SIGTERM:
+  --socket PATH      Serve this socket. Otherwise the one that corvanectl looks for: CORVANE_SOCKET
+                     when it is set and not empty, else control.sock in Corvane's folder.
+  --workspaces FILE  Take the workspaces from this JSON file. Otherwise there is a sample.
+                     [{"name": "Site", "section": "Work", "shortcut": "⌥1", "windows": 3,
+                       "active": true, "project": "~/Projects/site"}, {"name": "Mail"}]
+  --answer HOW       What to say to agents that ask for permission:
+                       allow  yes to everything: to questions the option that the agent
+                              recommends, else the first; plans go on without asking further
+                       deny   no to everything
+                       ask    show each request here and read the answer from standard input
+                     Otherwise "ask" when standard input and output are a terminal. When they are
+                     not, nothing is decided here, and the agents ask by themselves.
+  --quiet            Print no log. Requests are still shown with "ask".
+
+Hooks lets the agents call "corvanectl notify" (all agents when none is named):
+  status             Show for each agent whether its hooks are there. This is the default.
+  add, remove        Add or update the hooks, or take them out; other settings stay as they are.
+  show               Print what "add" would put into a new file.
+  --home DIR         The home folder that holds the agents' folders.
+  --tool PATH        The corvanectl that the hooks call. Otherwise the one beside this program.
+
+Exit status: 0 after SIGINT or SIGTERM and when all is done, 1 when something can't be done, 2 when
+the words make no sense.
+)";
+
+namespace {
+
+std::string shown(std::string_view word) { return visibleStart(word, 100); }
+
+constexpr std::array answers{std::pair<std::string_view, Answering>{"allow", Answering::allow},
+                             std::pair<std::string_view, Answering>{"deny", Answering::deny},
+                             std::pair<std::string_view, Answering>{"ask", Answering::ask}};
+
+constexpr std::array actions{
+    std::pair<std::string_view, Hooks::Action>{"status", Hooks::Action::status},
+    std::pair<std::string_view, Hooks::Action>{"add", Hooks::Action::add},
+    std::pair<std::string_view, Hooks::Action>{"remove", Hooks::Action::remove},
+    std::pair<std::string_view, Hooks::Action>{"show", Hooks::Action::show}};
+
+constexpr std::array<std::string_view, 3> agents{"claude", "codex", "cursor"};
+
+template <class Table>
+auto lookedUp(const Table& table, std::string_view word)
+    -> std::optional<typename Table::value_type::second_type> {
+  const auto entry = std::ranges::find(table, word, &Table::value_type::first);
+  if (entry == table.end()) return std::nullopt;
+  return entry->second;
+}
+
+/// The words, taken one by one; an option is split from the value that follows "=".
+class Words {
+ public:
+  explicit Words(const std::vector<std::string>& words) : words_(words) {}
+
+  bool next() {
+    if (position_ == words_.size()) return false;
+    word_ = words_[position_++];
+    inlineValue_.reset();
+    const std::size_t sign = word_.find('=');
+    if (isOption() && sign != std::string_view::npos) {
+      inlineValue_ = word_.substr(sign + 1);
+      word_ = word_.substr(0, sign);
+    }
+    return true;
+  }
+
+  std::string_view word() const { return word_; }
+  bool isOption() const { return word_.starts_with('-'); }
+  bool hasInlineValue() const { return inlineValue_.has_value(); }
+
+  /// The value of the current option; absent when there is none.
+  std::optional<std::string_view> value() {
+    if (inlineValue_) return inlineValue_;
+    if (position_ == words_.size()) return std::nullopt;
+    return words_[position_++];
+  }
+
+ private:
+  const std::vector<std::string>& words_;
+  std::size_t position_ = 0;
+  std::string_view word_{};
+  std::optional<std::string_view> inlineValue_{};
+};
+
+Usage noSuchOption(const Words& words) {
+  return {"There is no option " + shown(words.word()) + "."};
+}
+
+/// The decision that an option makes by itself.
+std::optional<Parsed> alone(const Words& words) {
+  if (words.hasInlineValue()) return std::nullopt;
+  if (words.word() == "--help" || words.word() == "-h") return Help{};
+  if (words.word() == "--version") return Version{};
+  return std::nullopt;
+}
+
+/// Takes the current option's value, which must be there and not empty.
+std::optional<Usage> take(Words& words, std::optional<std::string>& value) {
+  const auto given = words.value();
+  if (!given || given->empty()) return Usage{std::string(words.word()) + " needs a value."};
+  value = std::string(*given);
+  return std::nullopt;
+}
+
+/// Understands the current word; what it doesn't understand is the result.
+std::optional<Parsed> understand(Words& words, Serve& serve) {
+  if (auto decision = alone(words)) return decision;
+  if (words.word() == "--socket") return take(words, serve.socket);
+  if (words.word() == "--workspaces") return take(words, serve.workspaces);
+  if (words.word() == "--quiet" && !words.hasInlineValue()) {
+    serve.quiet = true;
+    return std::nullopt;
+  }
+  if (words.word() == "--answer") {
+    std::optional<std::string> answer;
+    if (auto problem = take(words, answer)) return problem;
+    serve.answering = lookedUp(answers, *answer);
+    if (serve.answering) return std::nullopt;
+    return Usage{"--answer is allow, deny or ask, not \"" + shown(*answer) + "\"."};
+  }
+  if (words.isOption()) return noSuchOption(words);
+  return Usage{"What is \"" + shown(words.word()) + "\"?"};
+}
+
+std::optional<Parsed> understand(Words& words, Hooks& hooks, bool& hasAction) {
+  if (auto decision = alone(words)) return decision;
+  if (words.word() == "--home") return take(words, hooks.home);
+  if (words.word() == "--tool") return take(words, hooks.tool);
+  if (words.isOption()) return noSuchOption(words);
+  const auto action = lookedUp(actions, words.word());
+  if (action && !hasAction && hooks.agents.empty()) {
+    hooks.action = *action;
+    hasAction = true;
+    return std::nullopt;
+  }
+  if (std::ranges::find(agents, words.word()) != agents.end()) {
+    if (std::ranges::find(hooks.agents, words.word()) == hooks.agents.end()) {
+      hooks.agents.emplace_back(words.word());
+    }
+    return std::nullopt;
+  }
+  return Usage{"hooks takes status, add, remove or show, then claude, codex or cursor, not \"" +
+               shown(words.word()) + "\"."};
+}
+
+}  // namespace
+
+Parsed parse(const std::vector<std::string>& arguments) {
+  Words words(arguments);
+  if (!arguments.empty() && arguments.front() == "hooks") {
+    words.next();
+    Hooks hooks;
+    bool hasAction = false;
+    while (words.next()) {
+      if (auto decision = understand(words, hooks, hasAction)) return *std::move(decision);
+    }
+    return hooks;
+  }
+  Serve serve;
+  while (words.next()) {
+    if (auto decision = understand(words, serve)) return *std::move(decision);
+  }
+  return serve;
+}
+
+}  // namespace CorvaneControl::Headless::CommandLine

@@ -1,0 +1,242 @@
+#include "corvane-headless/Server.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/UnixSocket.h"
+#include "corvane-headless/Visible.h"
+
+namespace CorvaneControl::Headless {
+
+namespace {
+
+/// Turns that everybody gets before the first one gets another.
+constexpr int acceptedPerRound = 128;
+constexpr int requestsPerRound = 16;
+
+/// How long to wait before trying again what nobody tells the end of.
+constexpr int retryMilliseconds = 1000;
+
+/// Where descriptors stand among the polled ones; -1 leaves a place empty.
+namespace Place {
+constexpr std::size_t end = 0;
+constexpr std::size_t listener = 1;
+constexpr std::size_t input = 2;
+constexpr std::size_t firstClient = 4;  // after standard output
+}  // namespace Place
+
+pollfd polledFor(int descriptor, short events) {
+  return {.fd = descriptor, .events = events, .revents = 0};
+}
+
+/// Whether accepting failed because there is no room, and not because of this one client.
+bool isLackOfRoom(int code) {
+  return code == EMFILE || code == ENFILE || code == ENOBUFS || code == ENOMEM;
+}
+
+}  // namespace
+
+Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering answering,
+               Console& console, int end)
+    : socket_(std::move(socket)),
+      console_(console),
+      end_(end),
+      application_(std::move(workspaces), answering, console, *this) {
+  ::fcntl(socket_.descriptor(), F_SETFL, ::fcntl(socket_.descriptor(), F_GETFL) | O_NONBLOCK);
+}
+
+void Server::run() {
+  while (!stops_) {
+    Waiting waiting = whatToWaitFor();
+    const auto count = static_cast<nfds_t>(waiting.polled.size());
+    if (::poll(waiting.polled.data(), count, waiting.timeout) < 0) {
+      if (errno == EINTR) continue;
+      console_.log("poll: " + System::errorText(errno));
+      return;
+    }
+    if (waiting.polled[Place::end].revents != 0) return;
+    serveConsole(waiting);
+    // Clients that are here come before new ones, so that room is made first.
+    for (std::size_t index = 0; index < waiting.clients.size(); ++index) {
+      const ConnectionID id = waiting.clients[index];
+      serve(id, *connections_.at(id), waiting.polled[Place::firstClient + index].revents);
+    }
+    if (waiting.polled[Place::listener].revents != 0) acceptClients();
+    takeAnswers();
+    finishRound();
+  }
+}
+
+Server::Waiting Server::whatToWaitFor() const {
+  Waiting waiting;
+  const bool accepts = !acceptsAgain_ || Clock::now() >= *acceptsAgain_;
+  bool mustTryAgain = !accepts || (application_.isAsking() && console_.isInBackground());
+  const bool asks = application_.wantsUser() && console_.wantsInput(application_.isAsking());
+  waiting.polled = {polledFor(end_, POLLIN), polledFor(accepts ? socket_.descriptor() : -1, POLLIN),
+                    polledFor(asks ? STDIN_FILENO : -1, POLLIN),
+                    polledFor(console_.hasOutput() ? STDOUT_FILENO : -1, POLLOUT)};
+  for (const auto& [id, connection] : connections_) {
+    // Who does not take answers gets no further ones to take.
+    const bool takesRequests =
+        !connection->hasMoreLines && connection->unsent() <= Connection::mostAnswers;
+    // Who waits for an answer is listened to all the same: it may hang up.
+    const bool reads = !connection->inputHasEnded() && (takesRequests || connection->awaitsAnswer);
+    short events = reads ? POLLIN : 0;
+    if (connection->unsent() > 0) events |= POLLOUT;
+    waiting.polled.push_back(
+        polledFor(connection->mustBeProbed ? -1 : connection->socket(), events));
+    waiting.clients.push_back(id);
+    mustTryAgain = mustTryAgain || connection->mustBeProbed;
+    const bool canGoOn = connection->hasMoreLines && !connection->awaitsAnswer &&
+                         connection->unsent() <= Connection::mostAnswers;
+    if (canGoOn) waiting.timeout = 0;
+  }
+  if (waiting.timeout != 0 && mustTryAgain) waiting.timeout = retryMilliseconds;
+  return waiting;
+}
+
+void Server::serveConsole(const Waiting& waiting) {
+  if (waiting.polled[Place::input].revents != 0 && !console_.readInput()) {
+    application_.inputEnded();
+  }
+}
+
+void Server::takeAnswers() {
+  while (application_.wantsUser() && console_.wantsInput(application_.isAsking())) {
+    const auto line = console_.nextLine();
+    if (!line) return;
+    application_.typed(std::string(*line));  // showing the next card may forget what was typed
+  }
+}
+
+void Server::acceptClients() {
+  for (int count = 0; count < acceptedPerRound; ++count) {
+    const int socket = System::acceptConnection(socket_.descriptor());
+    if (socket >= 0) {
+      isFull_ = false;
+      if (UnixSocket::peerIsCurrentUser(socket)) {
+        connections_.emplace(++lastID_, std::make_unique<Connection>(socket));
+      } else {
+        ::close(socket);
+        console_.log("Turned away a process of another user.");
+      }
+    } else if (isLackOfRoom(errno)) {
+      acceptsAgain_ = Clock::now() + std::chrono::milliseconds(retryMilliseconds);
+      if (!std::exchange(isFull_, true)) {
+        console_.log("There is no room for more clients; they have to wait.");
+      }
+      return;
+    } else if (errno != EINTR && errno != ECONNABORTED) {
+      return;
+    }
+  }
+}
+
+void Server::serve(ConnectionID id, Connection& connection, short events) {
+  if (connection.mustBeProbed) connection.probe();
+  if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !connection.inputHasEnded()) {
+    connection.receive();
+  } else if ((events & (POLLHUP | POLLERR)) != 0) {
+    // Some systems report this for a client that only stopped sending: without a pause between, the
+    // loop would turn and turn for it.
+    connection.probe();
+    connection.mustBeProbed = !connection.isGone();
+  }
+  takeRequests(id, connection);
+}
+
+void Server::takeRequests(ConnectionID id, Connection& connection) {
+  connection.hasMoreLines = false;
+  for (int count = 0; !connection.closesWhenSent; ++count) {
+    if (connection.awaitsAnswer || connection.unsent() > Connection::mostAnswers ||
+        count == requestsPerRound) {
+      connection.hasMoreLines = true;
+      break;
+    }
+    const auto line = connection.nextLine();
+    if (!line) break;
+    take(id, connection, *line);
+  }
+  if (connection.isTooLong()) {
+    console_.log("A client sent a request that is too long.");
+    if (connection.awaitsAnswer) application_.disconnected(id);
+    connection.awaitsAnswer = false;
+    connection.stopReceiving();
+    connection.closesWhenSent = true;
+    connection.send(ControlCoding::line(ControlResponse::failure("The request is too long.")));
+  }
+}
+
+void Server::take(ConnectionID id, Connection& connection, std::string_view line) {
+  connection.awaitsAnswer = true;
+  const auto request = ControlCoding::decode<ControlRequest>(std::string(line));
+  if (request) {
+    application_.request(id, *request);
+    return;
+  }
+  const std::string& why = request.failure().description;
+  console_.log("A client sent what is no request: " + visibleLine(why));
+  answer(id, ControlResponse::failure(why));
+}
+
+void Server::answer(ConnectionID id, const ControlResponse& response) {
+  const auto place = connections_.find(id);
+  if (place == connections_.end()) return;
+  place->second->send(ControlCoding::line(response));
+  place->second->awaitsAnswer = false;
+}
+
+void Server::subscribe(ConnectionID id, const ControlEvent& first) {
+  const auto place = connections_.find(id);
+  if (place == connections_.end()) return;
+  place->second->send(ControlCoding::line(first));
+  place->second->awaitsAnswer = false;
+  place->second->isSubscribed = true;
+}
+
+void Server::publish(const ControlEvent& event) {
+  const std::string line = ControlCoding::line(event);
+  for (const auto& [id, connection] : connections_) {
+    if (!connection->isSubscribed || connection->closesWhenSent) continue;
+    connection->send(line);
+    if (connection->unsent() <= Connection::mostEvents) continue;
+    connection->transmit();
+    if (connection->unsent() <= Connection::mostEvents) continue;
+    console_.log("A client that follows the workspaces does not read: it is disconnected.");
+    connection->giveUp();
+  }
+}
+
+void Server::finishRound() {
+  for (auto place = connections_.begin(); place != connections_.end();) {
+    const ConnectionID id = place->first;
+    Connection& connection = *place->second;
+    connection.transmit();
+    if (connection.isGone() && std::exchange(connection.awaitsAnswer, false)) {
+      application_.disconnected(id);
+    }
+    if (!isOver(connection)) {
+      ++place;
+      continue;
+    }
+    if (connection.isSubscribed) console_.log("A client no longer follows the workspaces.");
+    place = connections_.erase(place);
+    acceptsAgain_.reset();
+  }
+  if (console_.hasOutput() && !console_.writeOutput()) stops_ = true;
+}
+
+bool Server::isOver(const Connection& connection) const {
+  if (connection.closesWhenSent) return connection.unsent() == 0;
+  if (!connection.inputHasEnded() || connection.hasMoreLines) return false;
+  if (connection.isGone()) return true;
+  return !connection.awaitsAnswer && !connection.isSubscribed && connection.unsent() == 0;
+}
+
+}  // namespace CorvaneControl::Headless
