@@ -59,6 +59,14 @@ std::optional<uid_t> peerUser(int socket);
 /// pass along with the address.
 socklen_t completeAddress(sockaddr_un& address);
 
+/// Gives the file `to` the access control list and the user's extended attributes of the file
+/// `from`, and no others; 0, or -1 and `errno` at failure. Where the file system has no such thing
+/// there is nothing to do.
+int copyFileAttributes(int from, int to);
+
+/// fsync(2), except that it goes down to the medium where fsync stops at the drive.
+int syncToDisk(int descriptor);
+
 /// Private memory of at least `size` bytes, all zero, in large pages where the system offers them;
 /// null when there is none. The caller gives it back with `unmapMemory`.
 char* mapMemory(std::size_t size);

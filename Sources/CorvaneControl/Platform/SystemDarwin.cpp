@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include <copyfile.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <pwd.h>
@@ -78,6 +79,15 @@ socklen_t completeAddress(sockaddr_un& address) {
   address.sun_family = AF_UNIX;
   address.sun_len = sizeof address;
   return sizeof address;
+}
+
+int copyFileAttributes(int from, int to) {
+  return ::fcopyfile(from, to, nullptr, COPYFILE_ACL | COPYFILE_XATTR);
+}
+
+// Some file systems know only fsync.
+int syncToDisk(int descriptor) {
+  return ::fcntl(descriptor, F_FULLFSYNC) == 0 ? 0 : ::fsync(descriptor);
 }
 
 char* mapMemory(std::size_t size) {

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
@@ -74,6 +76,45 @@ socklen_t completeAddress(sockaddr_un& address) {
   address.sun_family = AF_UNIX;
   return sizeof address;
 }
+
+namespace {
+
+constexpr std::string_view accessControlList = "system.posix_acl_access";
+
+/// 0, or -1 and `errno`.
+int copyAttribute(int from, int to, const std::string& name) {
+  const ssize_t size = ::fgetxattr(from, name.c_str(), nullptr, 0);
+  if (size < 0) return -1;
+  std::string value(static_cast<std::size_t>(size), '\0');
+  const ssize_t length = ::fgetxattr(from, name.c_str(), value.data(), value.size());
+  if (length < 0) return -1;
+  return ::fsetxattr(to, name.c_str(), value.data(), static_cast<std::size_t>(length), 0);
+}
+
+}  // namespace
+
+int copyFileAttributes(int from, int to) {
+  // A new file may have got a list from its folder, which would let in others than the old file
+  // did.
+  if (::fremovexattr(to, accessControlList.data()) != 0 && errno != ENODATA && errno != ENOTSUP) {
+    return -1;
+  }
+  const ssize_t size = ::flistxattr(from, nullptr, 0);
+  if (size < 0) return errno == ENOTSUP ? 0 : -1;
+  std::string names(static_cast<std::size_t>(size), '\0');
+  const ssize_t length = ::flistxattr(from, names.data(), names.size());
+  if (length < 0) return -1;
+  names.resize(static_cast<std::size_t>(length));
+  for (std::size_t start = 0; start < names.size();) {
+    const std::string name = names.c_str() + start;  // each ends with a NUL
+    start += name.size() + 1;
+    const bool isCopied = name == accessControlList || name.starts_with("user.");
+    if (isCopied && copyAttribute(from, to, name) != 0) return -1;
+  }
+  return 0;
+}
+
+int syncToDisk(int descriptor) { return ::fsync(descriptor); }
 
 char* mapMemory(std::size_t size) {
   void* const memory =
