@@ -1,6 +1,7 @@
 #include "CorvaneControl/Platform/Files.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -96,7 +97,8 @@ Result<std::string, Failure> resolved(std::string path, Calls& calls) {
     if (size < 0) return failed("readlink", path);
     target.resize(static_cast<std::size_t>(size));
     if (target.size() == longestLink) return Failure{"readlink", ENAMETOOLONG, path};
-    path = target.starts_with('/') ? target : placeOf(path).folder + "/" + target;
+    if (!target.starts_with('/')) target.insert(0, placeOf(path).folder + "/");
+    path = std::move(target);
   }
   return Failure{"readlink", ELOOP, path};
 }
