@@ -116,6 +116,7 @@ int serve(const CommandLine::Serve& options) {
                             console, signals.descriptor());
     server.run();
   }
+  console.finishOutput();  // makes room in a log that nobody took
   console.log("Stopped.");
   console.finishOutput();
   return EXIT_SUCCESS;
