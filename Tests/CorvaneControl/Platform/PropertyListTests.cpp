@@ -33,9 +33,10 @@ std::string repeated(std::string_view piece, std::size_t count) {
   return text;
 }
 
+const std::string corpus = CORVANE_SOURCE_DIR "/Tests/Fuzz/Corpus/PropertyList/";
+
 std::string fileOfCorpus(const std::string& name) {
-  std::ifstream file(CORVANE_SOURCE_DIR "/Tests/Fuzz/Corpus/PropertyList/" + name,
-                     std::ios::binary);
+  std::ifstream file(corpus + name, std::ios::binary);
   EXPECT_TRUE(file) << name;
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
