@@ -74,23 +74,18 @@ std::string shortened(std::initializer_list<std::string_view> pieces, bool* cut)
   return Text::shortened(text, mostCharacters, cut);
 }
 
-std::optional<std::string_view> LineWalk::next() {
-  if (ended_) return std::nullopt;
-  const auto feed = rest_.find('\n');
-  ended_ = feed == std::string_view::npos;
-  auto line = rest_.substr(0, feed);
-  rest_.remove_prefix(ended_ ? rest_.size() : feed + 1);
-  if (line.ends_with('\r')) line.remove_suffix(1);
-  return line;
-}
-
 bool LineList::hasRoom() {
   if (lines_.size() < limit_) return true;
   complete_ = false;
   return false;
 }
 
-bool LineList::add(std::string_view text, Kind kind) { return add({text}, kind); }
+bool LineList::add(std::string_view text, Kind kind) {
+  if (cutsTexts_ && text.size() > mostCharacters) return add({text}, kind);
+  if (!hasRoom()) return false;
+  lines_.push_back({std::string(text), kind});  // no more bytes, so no more characters either
+  return true;
+}
 
 bool LineList::add(std::initializer_list<std::string_view> pieces, Kind kind) {
   if (!hasRoom()) return false;

@@ -30,7 +30,15 @@ class LineWalk {
   explicit LineWalk(std::string_view text) : rest_(text) {}
 
   /// The next line, a view into the text; absent after the last.
-  std::optional<std::string_view> next();
+  std::optional<std::string_view> next() {
+    if (ended_) return std::nullopt;
+    const auto feed = rest_.find('\n');
+    ended_ = feed == std::string_view::npos;
+    auto line = rest_.substr(0, feed);
+    rest_.remove_prefix(ended_ ? rest_.size() : feed + 1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return line;
+  }
   /// Whether `next` has given the last line.
   bool ended() const { return ended_; }
 

@@ -362,8 +362,9 @@ constexpr auto escapes = [] {
   return table;
 }();
 
-/// Eight bytes at once: whether none of them is a control, a quotation mark, a backslash or "/".
-bool allAsItself(const char* bytes) {
+/// Of eight bytes, those in front that are certainly written as themselves: all before the first
+/// control, quotation mark, backslash or "/".
+inline std::size_t bytesAsThemselves(const char* bytes) {
   constexpr std::uint64_t ones = 0x0101010101010101;
   constexpr std::uint64_t high = 0x8080808080808080;
   std::uint64_t word;
@@ -373,7 +374,11 @@ bool allAsItself(const char* bytes) {
     const std::uint64_t difference = word ^ (ones * byte);
     return (difference - ones) & ~difference;
   };
-  return ((below(0x20) | equal('"') | equal('\\') | equal('/')) & high) == 0;
+  const std::uint64_t found = (below(0x20) | equal('"') | equal('\\') | equal('/')) & high;
+  // A carry may mark bytes of higher value than the first one found, never lower ones.
+  const auto clear = std::endian::native == std::endian::little ? std::countr_zero(found)
+                                                                : std::countl_zero(found);
+  return static_cast<std::size_t>(clear) / 8;
 }
 
 /// Hands `string` between quotation marks to `append`, in as few pieces as there are escapes.
@@ -384,9 +389,10 @@ void quote(std::string_view string, Slashes slashes, const Append& append) {
   const char* const end = string.data() + string.size();
   const char* next = piece;
   while (next != end) {
-    if (end - next >= 8 && allAsItself(next)) {
-      next += 8;
-      continue;
+    if (end - next >= 8) {
+      const std::size_t count = bytesAsThemselves(next);
+      next += count;
+      if (count == 8) continue;
     }
     const auto byte = static_cast<unsigned char>(*next);
     const char escape = escapes[byte];
