@@ -216,8 +216,9 @@ void Application::attend(const ControlRequest& request) {
                             .since = Date::now(),
                             .session = request.session,
                             .folder = request.cwd};
+  // The phrase of a mark without an agent is the bare ending.
   std::string line =
-      visibleLine(Text::trimmed(attention.phrase()), longestAgent * 2) + " in " + placeOf(request);
+      agentOf(request) + Attention{.kind = attention.kind}.phrase() + " in " + placeOf(request);
   if (attention.kind == AttentionKind::done) {
     const auto calls = turns_.end(sessionOf(request));
     if (calls.value_or(0) > 0) {
