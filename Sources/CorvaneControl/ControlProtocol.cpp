@@ -39,6 +39,18 @@ constexpr auto fieldOrder = [] {
   return order;
 }();
 
+/// What stands before the value of a record's field: a comma, the key between quotation marks, a
+/// colon.
+template <Record Type, std::size_t index>
+constexpr auto fieldStart = [] {
+  constexpr std::string_view key = std::get<index>(Type::fields).key;
+  std::array<char, key.size() + 4> text{',', '"'};
+  std::ranges::copy(key, text.begin() + 2);
+  text[key.size() + 2] = '"';
+  text[key.size() + 3] = ':';
+  return text;
+}();
+
 /// Writes values of every type that a record's field can have.
 struct Encoder {
   std::string& text;
@@ -52,7 +64,9 @@ struct Encoder {
 
   template <Enumeration Type>
   void write(Type value) {
-    text.append(1, '"').append(wireName(value)).append(1, '"');
+    text.push_back('"');
+    text.append(wireName(value));
+    text.push_back('"');
   }
 
   template <class Element>
@@ -70,22 +84,24 @@ struct Encoder {
   void write(const Type& record) {
     text.push_back('{');
     bool first = true;
-    [&]<std::size_t... index>(std::index_sequence<index...>) {
-      (writeField(record, std::get<fieldOrder<Type>[index]>(Type::fields), first), ...);
+    [&]<std::size_t... place>(std::index_sequence<place...>) {
+      (writeField<fieldOrder<Type>[place]>(record, first), ...);
     }
     (std::make_index_sequence<fieldOrder<Type>.size()>());
     text.push_back('}');
   }
 
-  template <class Owner, class Member>
-  void writeField(const Owner& record, const Field<Owner, Member>& field, bool& first) {
-    const Member& value = record.*field.member;
-    if constexpr (isOptional<Member>) {
+  template <std::size_t index, Record Type>
+  void writeField(const Type& record, bool& first) {
+    const auto& value = record.*std::get<index>(Type::fields).member;
+    constexpr bool mayBeAbsent = isOptional<std::remove_cvref_t<decltype(value)>>;
+    if constexpr (mayBeAbsent) {
       if (!value) return;
     }
-    if (!std::exchange(first, false)) text.push_back(',');
-    text.append(1, '"').append(field.key).append("\":");
-    if constexpr (isOptional<Member>) {
+    constexpr auto& start = fieldStart<Type, index>;
+    const std::size_t comma = std::exchange(first, false) ? 0 : 1;
+    text.append(start.data() + 1 - comma, start.size() - 1 + comma);
+    if constexpr (mayBeAbsent) {
       write(*value);
     } else {
       write(value);

@@ -1,1 +1,267 @@
+#include "Driver.h"
 
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "Bundle.h"
+#include "CorvaneControl/CodexTranscript.h"
+#include "CorvaneControl/ControlCommandLine.h"
+#include "CorvaneControl/ControlProtocol.h"
+#include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/UnixSocket.h"
+#include "Printing.h"
+#include "StandardInput.h"
+
+namespace {
+
+namespace CommandLine = CorvaneControl::ControlCommandLine;
+using CorvaneControl::ControlRequest;
+using CorvaneControl::ControlResponse;
+using CorvaneControl::LineReader;
+using CorvaneControl::Result;
+using Command = ControlRequest::Command;
+
+enum class ExitStatus : std::uint8_t {
+  success = 0,
+  refused = 1,  ///< The application gave no usable answer, or refused; or printing it failed.
+  usage = 2,
+  unreachable = 3,  ///< No connection, a request that could not be written, the end of `subscribe`.
+};
+
+template <class... Functions>
+struct Overloaded : Functions... {
+  using Functions::operator()...;
+};
+
+/// Seconds to wait for the answer to a permission card: the user may take almost ten minutes.
+constexpr double permissionTimeout = 590;
+
+/// Ends without running destructors: taking a large input's tree apart would cost more than parsing
+/// it did.
+[[noreturn]] void end(ExitStatus status) { ::_exit(static_cast<int>(status)); }
+
+/// Writes every byte, also to a descriptor that somebody else made non-blocking.
+bool write(std::string_view bytes, int descriptor) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      pollfd writable{descriptor, POLLOUT, 0};
+      ::poll(&writable, 1, -1);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+[[noreturn]] void fail(std::string message, ExitStatus status) {
+  message.push_back('\n');
+  write(message, STDERR_FILENO);  // nobody is left to tell when this fails
+  end(status);
+}
+
+/// Prints the last thing that there is to say.
+[[noreturn]] void finish(std::string_view text) {
+  end(write(text, STDOUT_FILENO) ? ExitStatus::success : ExitStatus::refused);
+}
+
+double readTimeout(Command command) {
+  switch (command) {
+    case Command::list:
+    case Command::current:
+    case Command::switchTo:
+      return 10;
+    case Command::launch:
+      return 240;
+    case Command::stop:
+      return 60;
+    case Command::subscribe:
+      return 0;
+    case Command::notify:
+      return 1;
+  }
+  return 0;
+}
+
+/// The paths to try, in this order. A command inside an application talks to that one only.
+std::vector<std::string> socketPaths() {
+  const auto given = CorvaneControl::System::environmentValue("CORVANE_SOCKET");
+  if (given && !given->empty()) return {*given};
+
+  std::vector<std::string_view> applications = {"Corvane", "Corvane Dev"};
+  if (const auto info = enclosingAppInfo()) {
+    if (const auto identifier = info->find("CFBundleIdentifier"); identifier != info->end()) {
+      applications = {identifier->second.ends_with(".dev") ? "Corvane Dev" : "Corvane"};
+    }
+  }
+  std::vector<std::string> paths;
+  for (const std::string_view application : applications) {
+    if (auto path = CorvaneControl::ControlSocket::path(application)) {
+      paths.push_back(std::move(*path));
+    }
+  }
+  return paths;
+}
+
+Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
+  auto failure = CorvaneControl::UnixSocket::Failure::system("connect", ENOENT);
+  for (const std::string& path : socketPaths()) {
+    auto connection = CorvaneControl::UnixSocket::connect(path, timeout);
+    if (connection) return connection;
+    failure = connection.failure();
+  }
+  return failure;
+}
+
+/// Waits until the socket has something to read; false once nobody reads standard output any more.
+bool waitForInput(int socket) {
+  std::array<pollfd, 2> waited = {pollfd{socket, POLLIN, 0}, pollfd{STDOUT_FILENO, 0, 0}};
+  for (;;) {
+    if (::poll(waited.data(), waited.size(), -1) < 0) {
+      if (errno != EINTR) return false;
+      continue;
+    }
+    if ((waited[1].revents & (POLLERR | POLLHUP)) != 0) return false;
+    if (waited[0].revents != 0) return true;
+    waited[1].fd = -1;  // a device that cannot be waited for
+  }
+}
+
+/// Passes on every line the moment it has arrived whole, all lines of one read at once.
+[[noreturn]] void follow(int socket) {
+  ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
+  LineReader reader(socket);
+  for (;;) {
+    errno = 0;
+    if (const auto lines = reader.nextLines()) {
+      if (!write(*lines, STDOUT_FILENO)) end(ExitStatus::unreachable);
+    } else if (errno != EAGAIN) {
+      fail("Corvane quit.", ExitStatus::unreachable);
+    } else if (!waitForInput(socket)) {
+      end(ExitStatus::unreachable);
+    }
+  }
+}
+
+std::optional<ControlResponse> answer(int socket) {
+  LineReader reader(socket);
+  const auto line = reader.next();
+  if (!line) return std::nullopt;
+  auto response = CorvaneControl::ControlCoding::decode<ControlResponse>(std::string(*line));
+  if (!response) return std::nullopt;
+  return *std::move(response);
+}
+
+/// The exchange of `notify`: whatever goes wrong, silence.
+[[noreturn]] void notify(const ControlRequest& request, StandardInput& input) {
+  const auto socket = connect(readTimeout(request.command));
+  if (!socket) end(ExitStatus::success);
+  if (request.permission) {
+    CorvaneControl::UnixSocket::configure(*socket, permissionTimeout,
+                                          CorvaneControl::UnixSocket::connectionWriteTimeout);
+  }
+  if (!CorvaneControl::UnixSocket::write(CorvaneControl::ControlCoding::line(request), *socket)) {
+    end(ExitStatus::success);
+  }
+  const auto response = answer(*socket);
+  if (response && request.permission) {
+    const auto reply = response->hookOutput(request, input.value());
+    if (reply) write(*reply, STDOUT_FILENO);
+  }
+  end(ExitStatus::success);
+}
+
+/// The exchange of every other command.
+[[noreturn]] void exchange(const CommandLine::Run& run) {
+  const Command command = run.request.command;
+  const auto socket = connect(readTimeout(command));
+  if (!socket) {
+    fail("Corvane isn't running, or is too old for corvanectl.", ExitStatus::unreachable);
+  }
+  if (!CorvaneControl::UnixSocket::write(CorvaneControl::ControlCoding::line(run.request),
+                                         *socket)) {
+    fail("Corvane closed the connection.", ExitStatus::unreachable);
+  }
+  if (command == Command::subscribe) follow(*socket);
+
+  const auto response = answer(*socket);
+  if (!response) fail("Corvane didn't answer.", ExitStatus::refused);
+  if (!response->ok) fail(response->error.value_or("Corvane refused."), ExitStatus::refused);
+  if (response->error) write(*response->error + "\n", STDERR_FILENO);
+  finish(printed(*response, run.format, command));
+}
+
+[[noreturn]] void showVersion() {
+  std::string version = "development build";
+  if (const auto info = enclosingAppInfo()) {
+    const auto entry = info->find("CFBundleShortVersionString");
+    if (entry != info->end()) version = entry->second;
+  }
+  finish(version + "\n");
+}
+
+[[noreturn]] void showUsage(const std::string& message, bool isNotify) {
+  if (isNotify) fail("corvanectl notify: " + message, ExitStatus::success);
+  fail((message.empty() ? "" : message + "\n\n") + std::string(CommandLine::usage),
+       ExitStatus::usage);
+}
+
+std::string currentDirectory() {
+  std::array<char, 4096> path;
+  return ::getcwd(path.data(), path.size()) ? CorvaneControl::Text::repaired(path.data()) : "";
+}
+
+[[noreturn]] void act(std::span<char*> words, bool isNotify) {
+  std::vector<std::string> arguments;
+  for (const char* const word : words) {
+    arguments.push_back(CorvaneControl::Text::repaired(word));
+  }
+  StandardInput input;
+  const CommandLine::Process process{
+      .standardInput = [&] { return input.value(); },
+      .currentDirectory = currentDirectory,
+      .parentProcess = [] { return std::optional<std::int32_t>(::getppid()); },
+      .autoReviewed = CorvaneControl::CodexTranscript::autoReviewed,
+      .environment = CorvaneControl::System::environmentValue,
+  };
+  std::visit(
+      Overloaded{[&](const CommandLine::Run& run) {
+                   if (isNotify) notify(run.request, input);
+                   exchange(run);
+                 },
+                 [&](const CommandLine::Usage& problem) { showUsage(problem.message, isNotify); },
+                 [](CommandLine::Nothing) { end(ExitStatus::success); },
+                 [](CommandLine::Help) { finish(std::string(CommandLine::usage) + "\n"); },
+                 [](CommandLine::Version) { showVersion(); }},
+      CommandLine::parse(arguments, process));
+  end(ExitStatus::success);
+}
+
+}  // namespace
+
+void drive(std::span<char*> words) {
+  const bool isNotify = !words.empty() && words.front() == std::string_view("notify");
+  if (!isNotify) act(words, false);
+  // A reply that nobody reads must not end the hook with a signal.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    act(words, true);
+  } catch (...) {
+    end(ExitStatus::success);
+  }
+}

@@ -345,9 +345,7 @@ std::optional<Document> Document::parse(std::span<char> text, std::string_view u
 namespace {
 
 /// What a byte is written as inside a string: itself (0), a short escape (its letter), or \u00xx.
-constexpr char asItself = 0;
 constexpr char asHexadecimal = 'u';
-
 constexpr auto escapes = [] {
   std::array<char, 256> table{};
   for (std::size_t control = 0; control < 0x20; ++control) table[control] = asHexadecimal;
@@ -362,56 +360,59 @@ constexpr auto escapes = [] {
   return table;
 }();
 
-/// Of eight bytes, those in front that are certainly written as themselves: all before the first
-/// control, quotation mark, backslash or "/".
-inline std::size_t bytesAsThemselves(const char* bytes) {
+constexpr bool isEscaped(char byte, Slashes slashes) {
+  return escapes[static_cast<unsigned char>(byte)] != 0 &&
+         (byte != '/' || slashes == Slashes::escaped);
+}
+
+/// The first byte that is written as an escape, or `end`; looks at eight bytes at once.
+inline const char* firstEscaped(const char* next, const char* end, Slashes slashes) {
   constexpr std::uint64_t ones = 0x0101010101010101;
   constexpr std::uint64_t high = 0x8080808080808080;
-  std::uint64_t word;
-  std::memcpy(&word, bytes, sizeof word);
-  const auto below = [&](std::uint64_t bound) { return (word - ones * bound) & ~word; };
-  const auto equal = [&](unsigned char byte) {
-    const std::uint64_t difference = word ^ (ones * byte);
-    return (difference - ones) & ~difference;
-  };
-  const std::uint64_t found = (below(0x20) | equal('"') | equal('\\') | equal('/')) & high;
-  // A carry may mark bytes of higher value than the first one found, never lower ones.
-  const auto clear = std::endian::native == std::endian::little ? std::countr_zero(found)
-                                                                : std::countl_zero(found);
-  return static_cast<std::size_t>(clear) / 8;
+  for (; end - next >= 8; next += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, next, sizeof word);
+    // The high bit of a byte of these tells that it is below, or equal to, what is asked for. A
+    // borrow may set it wrongly only above a byte where it is right, which decides.
+    const auto equal = [&](char byte) {
+      const std::uint64_t difference = word ^ (ones * static_cast<unsigned char>(byte));
+      return (difference - ones) & ~difference;
+    };
+    std::uint64_t found = ((word - ones * 0x20) & ~word) | equal('"') | equal('\\');
+    if (slashes == Slashes::escaped) found |= equal('/');
+    found &= high;
+    if (found == 0) continue;
+    if constexpr (std::endian::native == std::endian::little) {
+      return next + std::countr_zero(found) / 8;
+    } else {
+      break;
+    }
+  }
+  while (next != end && !isEscaped(*next, slashes)) ++next;
+  return next;
 }
 
 /// Hands `string` between quotation marks to `append`, in as few pieces as there are escapes.
 template <class Append>
 void quote(std::string_view string, Slashes slashes, const Append& append) {
   append("\"");
-  const char* piece = string.data();
+  const char* next = string.data();
   const char* const end = string.data() + string.size();
-  const char* next = piece;
-  while (next != end) {
-    if (end - next >= 8) {
-      const std::size_t count = bytesAsThemselves(next);
-      next += count;
-      if (count == 8) continue;
-    }
-    const auto byte = static_cast<unsigned char>(*next);
-    const char escape = escapes[byte];
-    if (escape == asItself || (escape == '/' && slashes == Slashes::plain)) {
-      ++next;
-      continue;
-    }
-    append(std::string_view(piece, static_cast<std::size_t>(next - piece)));
-    if (escape == asHexadecimal) {
+  for (;;) {
+    const char* const piece = next;
+    next = firstEscaped(next, end, slashes);
+    if (next != piece) append(std::string_view(piece, static_cast<std::size_t>(next - piece)));
+    if (next == end) break;
+    const auto byte = static_cast<unsigned char>(*next++);
+    if (escapes[byte] == asHexadecimal) {
       constexpr std::string_view digits = "0123456789abcdef";
       const char text[] = {'\\', 'u', '0', '0', digits[byte >> 4], digits[byte & 15]};
       append(std::string_view(text, sizeof text));
     } else {
-      const char text[] = {'\\', escape};
+      const char text[] = {'\\', escapes[byte]};
       append(std::string_view(text, sizeof text));
     }
-    piece = ++next;
   }
-  append(std::string_view(piece, static_cast<std::size_t>(end - piece)));
   append("\"");
 }
 

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+#include "CorvaneControl/Platform/JSON.h"
+
+/// What stands on standard input, read to its end and parsed when it is first asked for. The
+/// process has one.
+class StandardInput {
+ public:
+  StandardInput() = default;
+  StandardInput(const StandardInput&) = delete;
+  StandardInput& operator=(const StandardInput&) = delete;
+  ~StandardInput();
+
+  /// Null when standard input is a terminal, cannot be read, or is not JSON.
+  const CorvaneControl::JSON::Value* value();
+
+ private:
+  bool readAll();
+  bool grow(std::size_t capacity);
+
+  bool read_ = false;
+  char small_[8192];  // not cleared: most inputs fit, and every fresh page costs more than parsing
+  char* data_ = small_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = sizeof small_;
+  std::optional<CorvaneControl::JSON::Document> document_{};
+};
