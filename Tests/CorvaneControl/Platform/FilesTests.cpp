@@ -203,6 +203,25 @@ TEST(FilesEdit, replacesAFileAndKeepsTheOldTextBesideIt) {
             (std::set<std::string>{"settings.json", "settings.json.backup"}));
 }
 
+// A power cut must not find the name on a text that is still on its way to the disk, and nobody may
+// read the text before it has the old one's permissions.
+TEST(FilesEdit, givesTheNameAwayLast) {
+  const TemporaryFolder folder;
+  ScriptedCalls calls;
+  auto edit = Files::Edit::begin(folder.write("settings.json", "old"), calls);
+  ASSERT_TRUE(edit);
+  std::vector<std::string> made;
+  calls.before = [&](std::string_view call) {
+    made.emplace_back(call);
+    return 0;
+  };
+  EXPECT_FALSE(edit->replace("new"));
+  EXPECT_EQ(made, (std::vector<std::string>{"open", "write", "fchown", "setting attributes",
+                                            "fchmod", "fsync", "open", "fstat", "read", "read",
+                                            "close",  // is it still what was read?
+                                            "rename", "fsync", "close"}));
+}
+
 TEST(FilesEdit, overwritesAnOlderBackup) {
   const TemporaryFolder folder;
   const std::string path = file(folder, "settings.json", "1", 0600);
