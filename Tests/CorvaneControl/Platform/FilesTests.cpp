@@ -207,10 +207,10 @@ TEST(FilesEdit, replacesAFileAndKeepsTheOldTextBesideIt) {
 // read the text before it has the old one's permissions.
 TEST(FilesEdit, givesTheNameAwayLast) {
   const TemporaryFolder folder;
+  std::vector<std::string> made;
   ScriptedCalls calls;
   auto edit = Files::Edit::begin(folder.write("settings.json", "old"), calls);
   ASSERT_TRUE(edit);
-  std::vector<std::string> made;
   calls.before = [&](std::string_view call) {
     made.emplace_back(call);
     return 0;
@@ -553,11 +553,11 @@ TEST_P(Meanwhile, isNeverLost) {
   const TemporaryFolder folder;
   const std::string path = folder.path("settings.json");
   if (GetParam().existsBefore) file(folder, "settings.json", "old", 0600);
+  std::set<std::string> names;
+  std::string theirs;
   ScriptedCalls calls;
   auto edit = Files::Edit::begin(path, calls);
   ASSERT_TRUE(edit);
-  std::set<std::string> names;
-  std::string theirs;
   calls.before = [&](std::string_view call) {
     // The last call before the file is looked at again.
     if (call == "fsync" && names.empty()) {
