@@ -51,15 +51,21 @@ constexpr std::size_t subscribedLineSize = 200;  // bytes, with the line feed
 
 /// Text as agents write it: lines of code with quotes and slashes, as a JSON string.
 std::string sampleText(std::size_t size) {
+  static constexpr std::string_view lines[] = {
+      "#include \"project/Settings.h\"\n",
+      "\n",
+      "/// The settings of one user, read when they are first asked for.\n",
+      "std::optional<Settings> Settings::read(const std::string& path) {\n",
+      "  const auto file = Files::open(path + \"/settings.json\");\n",
+      "  if (!file) return std::nullopt;  // nothing was ever set\n",
+      "  for (const auto& [key, value] : file->members()) {\n",
+      "    if (key == \"theme\") settings.theme = value.string();\n",
+      "  }\n",
+      "  return settings;\n",
+      "}\n"};
   std::mt19937 random(1);
   std::string text;
-  while (text.size() < size) {
-    text.append(random() % 8, ' ');
-    for (auto left = 10 + random() % 50; left > 0; --left) {
-      text.push_back("abcdefghijklmnopqrstuvwxyz (){};=/\""[random() % 35]);
-    }
-    text.push_back('\n');
-  }
+  while (text.size() < size) text += lines[random() % std::size(lines)];
   text.resize(size);
   std::string json;
   CorvaneControl::JSON::writeString(text, CorvaneControl::JSON::Slashes::plain, json);
