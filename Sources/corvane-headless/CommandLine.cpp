@@ -58,8 +58,6 @@ constexpr std::array actions{
     std::pair<std::string_view, Hooks::Action>{"remove", Hooks::Action::remove},
     std::pair<std::string_view, Hooks::Action>{"show", Hooks::Action::show}};
 
-constexpr std::array<std::string_view, 3> agents{"claude", "codex", "cursor"};
-
 template <class Table>
 auto lookedUp(const Table& table, std::string_view word)
     -> std::optional<typename Table::value_type::second_type> {
@@ -154,9 +152,9 @@ std::optional<Parsed> understand(Words& words, Hooks& hooks, bool& hasAction) {
     hasAction = true;
     return std::nullopt;
   }
-  if (std::ranges::find(agents, words.word()) != agents.end()) {
-    if (std::ranges::find(hooks.agents, words.word()) == hooks.agents.end()) {
-      hooks.agents.emplace_back(words.word());
+  if (const auto agent = AgentHooks::agent(words.word())) {
+    if (std::ranges::find(hooks.agents, *agent) == hooks.agents.end()) {
+      hooks.agents.push_back(*agent);
     }
     return std::nullopt;
   }

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "CorvaneControl/AgentHooks.h"
+
 /// Turns the words of the command line into one decision. Pure: looks at nothing but the words.
 namespace CorvaneControl::Headless::CommandLine {
 
@@ -32,9 +34,9 @@ struct Hooks {
   enum class Action : std::uint8_t { status, add, remove, show };
 
   Action action = Action::status;
-  std::vector<std::string> agents{};  ///< As named, each once; empty: all.
-  std::optional<std::string> home{};  ///< Absent: the user's own.
-  std::optional<std::string> tool{};  ///< Absent: the corvanectl beside this program.
+  std::vector<AgentHooks::Agent> agents{};  ///< As named, each once; empty: all.
+  std::optional<std::string> home{};        ///< Absent: the user's own.
+  std::optional<std::string> tool{};        ///< Absent: the corvanectl beside this program.
   bool operator==(const Hooks&) const = default;
 };
 

@@ -20,6 +20,7 @@
 #include "corvane-headless/CommandLine.h"
 #include "corvane-headless/Console.h"
 #include "corvane-headless/EndSignals.h"
+#include "corvane-headless/HooksCommand.h"
 #include "corvane-headless/Server.h"
 #include "corvane-headless/SocketFile.h"
 #include "corvane-headless/Visible.h"
@@ -122,13 +123,49 @@ int serve(const CommandLine::Serve& options) {
   return EXIT_SUCCESS;
 }
 
+/// The current folder; absent when it is gone, or not to be seen.
+std::optional<std::string> currentFolder() {
+  std::vector<char> folder(4096);
+  while (::getcwd(folder.data(), folder.size()) == nullptr) {
+    if (errno != ERANGE) return std::nullopt;
+    folder.resize(folder.size() * 2);
+  }
+  return folder.data();
+}
+
+/// The absolute path of the tool that agents are to call; absent when nobody knows it.
+std::optional<std::string> toolFor(const CommandLine::Hooks& options) {
+  if (!options.tool) {
+    const auto program = System::executablePath();
+    if (!program) return std::nullopt;
+    return program->substr(0, program->rfind('/') + 1) + "corvanectl";
+  }
+  std::string_view tool = *options.tool;
+  if (tool.starts_with('/')) return options.tool;
+  if (tool.starts_with("./")) tool.remove_prefix(2);
+  auto folder = currentFolder();
+  if (folder) folder->append("/").append(tool);
+  return folder;
+}
+
+int lookAfterHooks(const CommandLine::Hooks& options) {
+  const auto home = options.home ? options.home : System::homeFolder();
+  if (!home) return fail("there is no home folder to look for agents in; use --home DIR");
+  const auto tool = toolFor(options);
+  if (!tool) return fail("nobody knows where corvanectl is; use --tool with an absolute path");
+  const Headless::HooksReport report = Headless::lookAfterHooks(options, *home, *tool);
+  for (const std::string& message : report.messages) fail(message);
+  const int status = print(report.output);
+  return report.hasProblem ? EXIT_FAILURE : status;
+}
+
 int act(const CommandLine::Parsed& parsed) {
   if (const auto* const options = std::get_if<CommandLine::Serve>(&parsed)) return serve(*options);
   if (const auto* const usage = std::get_if<CommandLine::Usage>(&parsed)) {
     return fail(usage->message + " See corvane-headless --help.", usageError);
   }
-  if (std::holds_alternative<CommandLine::Hooks>(parsed)) {
-    return fail("this build can't look after hook files");
+  if (const auto* const options = std::get_if<CommandLine::Hooks>(&parsed)) {
+    return lookAfterHooks(*options);
   }
   if (std::holds_alternative<CommandLine::Version>(parsed)) {
     return print("corvane-headless " CORVANE_VERSION "\n");

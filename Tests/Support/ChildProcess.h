@@ -67,6 +67,7 @@ class ChildProcess {
     toWrite_ = options.input.value_or("");
     keepsInputOpen_ = options.keepInputOpen;
     start(program, options);
+    pump(std::chrono::milliseconds(0));  // a short input is there from the beginning
   }
   /// A child that is still there is killed.
   ~ChildProcess() {

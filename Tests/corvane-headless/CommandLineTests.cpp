@@ -8,6 +8,7 @@
 namespace CorvaneControl::Headless {
 namespace {
 
+using AgentHooks::Agent;
 using CommandLine::Answering;
 using CommandLine::Hooks;
 using CommandLine::Serve;
@@ -50,17 +51,17 @@ const WordsCase wordsCases[] = {
      Usage{"--answer is allow, deny or ask, not \"Allow\"."}},
     {"aWordThatDrivesTheTerminal", {"\x1b[2J"}, Usage{"What is \"\\u{1B}[2J\"?"}},
     {"hooksAlone", {"hooks"}, Hooks{}},
-    {"hooksOfOneAgent", {"hooks", "claude"}, Hooks{.agents = {"claude"}}},
+    {"hooksOfOneAgent", {"hooks", "claude"}, Hooks{.agents = {Agent::claude}}},
     {"hooksToAdd", {"hooks", "add"}, Hooks{.action = Hooks::Action::add}},
     {"hooksToRemove",
      {"hooks", "remove", "cursor", "codex"},
-     Hooks{.action = Hooks::Action::remove, .agents = {"cursor", "codex"}}},
+     Hooks{.action = Hooks::Action::remove, .agents = {Agent::cursor, Agent::codex}}},
     {"hooksOfAnAgentNamedTwice",
      {"hooks", "show", "codex", "codex"},
-     Hooks{.action = Hooks::Action::show, .agents = {"codex"}}},
+     Hooks{.action = Hooks::Action::show, .agents = {Agent::codex}}},
     {"hooksElsewhere",
      {"hooks", "--home", "/h", "status", "--tool=/t", "claude"},
-     Hooks{.agents = {"claude"}, .home = "/h", .tool = "/t"}},
+     Hooks{.agents = {Agent::claude}, .home = "/h", .tool = "/t"}},
     {"hooksHelp", {"hooks", "--help"}, CommandLine::Help{}},
     {"hooksOfAnUnknownAgent",
      {"hooks", "add", "gemini"},
