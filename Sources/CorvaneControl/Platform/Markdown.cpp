@@ -4,6 +4,7 @@
 #include <cmark-gfm-extension_api.h>
 #include <cmark-gfm.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 
@@ -16,7 +17,23 @@ namespace {
 constexpr std::size_t longestMarkdown = 32'768;  // bytes
 
 /// Without one of these a text is its own reading, and the library need not be asked.
-constexpr std::string_view specialCharacters("\\`*_[]<&~\0", 10);
+bool isSpecial(char character) {
+  switch (character) {
+    case '\\':
+    case '`':
+    case '*':
+    case '_':
+    case '[':
+    case ']':
+    case '<':
+    case '&':
+    case '~':
+    case '\0':
+      return true;
+    default:
+      return false;
+  }
+}
 
 /// In front of a line, it keeps every block from starting while emphasis still sees white space.
 constexpr std::string_view noBreakSpace = "\xC2\xA0";
@@ -27,7 +44,7 @@ using Iterator = std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)>;
 
 /// The start of `line` that is read as Markdown: one line, not too long, whole characters.
 std::string_view readable(std::string_view line) {
-  line = line.substr(0, line.find_first_of("\r\n"));
+  line = line.substr(0, std::min(line.find('\r'), line.find('\n')));
   if (line.size() <= longestMarkdown) return line;
   std::size_t size = longestMarkdown;
   while (size > 0 && (static_cast<unsigned char>(line[size]) & 0xC0U) == 0x80) --size;
@@ -69,7 +86,7 @@ std::string textOf(cmark_node* document) {
 
 std::string plainText(std::string_view line) {
   const std::string_view head = withoutTrailingSpaces(readable(line));
-  if (head.find_first_of(specialCharacters) == std::string_view::npos) return std::string(line);
+  if (std::ranges::none_of(head, isSpecial)) return std::string(line);
   const Node document = parsed(head);
   std::string result = textOf(document.get());
   result.erase(0, noBreakSpace.size());

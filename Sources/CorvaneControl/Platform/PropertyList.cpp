@@ -263,10 +263,10 @@ std::optional<BinaryReader> BinaryReader::open(std::string_view bytes) {
   const std::uint64_t count = bigEndian(trailer.substr(8, 8));
   reader.top_ = bigEndian(trailer.substr(16, 8));
   const std::uint64_t table = bigEndian(trailer.substr(24, 8));
-  const auto isNumberSize = [](std::size_t size) { return size >= 1 && size <= 8; };
-  if (!isNumberSize(reader.offsetSize_) || !isNumberSize(reader.referenceSize_))
-    return std::nullopt;
-  if (table < headerSize || table > body.size()) return std::nullopt;
+  for (const std::size_t size : {reader.offsetSize_, reader.referenceSize_}) {
+    if (size < 1 || size > 8) return std::nullopt;
+  }
+  if (table > body.size()) return std::nullopt;
   if (count > (body.size() - table) / reader.offsetSize_) return std::nullopt;
   reader.objects_ = body.substr(0, table);
   reader.offsets_ = body.substr(table, count * reader.offsetSize_);

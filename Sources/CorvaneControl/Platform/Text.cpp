@@ -113,7 +113,7 @@ utf8proc_category_t category(char32_t scalar) {
 std::size_t loneCharacters(std::string_view text) {
   std::size_t position = leadingWords(text, isASCIIWithoutCR);
   while (position < text.size() && isASCII(text[position]) && text[position] != '\r') ++position;
-  if (position == text.size() || isASCII(text[position])) return position;
+  if (position == text.size()) return position;
   return position == 0 ? 0 : position - 1;
 }
 
@@ -149,10 +149,11 @@ std::string_view trimmedOf(std::string_view text, Predicate isTrimmed) {
   return text;
 }
 
-/// The bytes of the line break at the start of `text`; 0 when there is none.
+/// The bytes of the line break at the start of `text`; 0 when there is none. CR LF may count as
+/// two, because what lies between them is empty.
 std::size_t lineBreak(std::string_view text) {
   const std::uint8_t first = byte(text.front());
-  if (first >= '\n' && first <= '\r') return text.starts_with("\r\n") ? 2 : 1;
+  if (first >= '\n' && first <= '\r') return 1;
   if (first == 0xC2) return text.starts_with("\xC2\x85") ? 2 : 0;
   if (first != 0xE2) return 0;
   return text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9") ? 3 : 0;
@@ -202,12 +203,12 @@ Mapped mapped(char32_t scalar, utf8proc_option_t options) {
   return result;
 }
 
-/// Upper-cases one scalar. The library only maps one to one; what becomes several scalars ("ß",
-/// "ﬁ") are the small and title-case letters whose folding has several, each then upper-cased.
+/// Upper-cases one scalar. The library only maps one to one, while some ("ß", "ﬁ") become several.
+/// Upper-casing the full folding gives those, and the same as the library for all others, except
+/// that a capital letter has to be left alone.
 void appendUpperCased(std::string& text, char32_t scalar) {
   if (category(scalar) == UTF8PROC_CATEGORY_LU) return append(text, scalar);
-  Mapped letters = mapped(scalar, UTF8PROC_CASEFOLD);
-  if (letters.count == 1) letters.scalars[0] = static_cast<utf8proc_int32_t>(scalar);
+  const Mapped letters = mapped(scalar, UTF8PROC_CASEFOLD);
   for (std::size_t index = 0; index < letters.count; ++index) {
     append(text, static_cast<char32_t>(utf8proc_toupper(letters.scalars[index])));
   }

@@ -120,6 +120,8 @@ const MarkdownCase inlineCases[] = {
     {"onlySpaces", "  \t ", "  \t "},
     {"noBreakSpacesAtTheStart", "\u00A0\u00A0*a*", "\u00A0\u00A0a"},
     {"byteOrderMark", "\uFEFF*a*", "\uFEFFa"},
+    {"onlyANul", std::string("a\0b", 3), "a\uFFFDb"},
+    {"onlyABackslash", "a\\!", "a!"},
     {"aNul", std::string("a\0*b*", 5), "a\uFFFDb"},
     {"smartPunctuationStays", "\"a\" -- 'b'... *c*", "\"a\" -- 'b'... c"},
     {"aLineFeedEndsTheReading", "*a*\n# *b*", "a\n# *b*"},
@@ -189,6 +191,9 @@ TEST(MarkdownLimit, cutsBetweenCharacters) {
   // The last star that would be read carries an accent that would not: one character, left alone.
   const std::string filling = "*a*" + repeated("x", limit - 6);
   EXPECT_EQ(plainText(filling + "*b*\u0301"), "a" + repeated("x", limit - 6) + "*b*\u0301");
+  // One byte earlier, the limit falls within the accent.
+  const std::string less = "*a*" + repeated("x", limit - 7);
+  EXPECT_EQ(plainText(less + "*b*\u0301"), "a" + repeated("x", limit - 7) + "*b*\u0301");
   // A character that is longer than what is read leaves nothing to read.
   const std::string accents = repeated("\u0301", limit);
   EXPECT_EQ(plainText("*" + accents + "b* *c*"), "*" + accents + "b* *c*");

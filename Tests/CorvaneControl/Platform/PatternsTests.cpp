@@ -395,7 +395,7 @@ class RegularExpression {
   }
 
   Matcher term() {
-    const Matcher once = atom();
+    Matcher once = atom();
     if (takes(U"*")) return repetition(once, 0, 1000);
     if (takes(U"+")) return repetition(once, 1, 1000);
     if (takes(U"?")) return repetition(once, 0, 1);
@@ -434,7 +434,7 @@ class RegularExpression {
   }
 
   Matcher group() {
-    const Matcher inside = alternatives();
+    Matcher inside = alternatives();
     take();  // ")"
     return inside;
   }

@@ -165,6 +165,10 @@ const XMLCase xmlCases[] = {
      Members{{"a", "2"}}},
     {"lastOfTheSameKeyCountsThoughItIsNoString",
      dictionary("<key>a</key><string>1</string><key>a</key><true/>"), Members{}},
+    {"lastOfTheSameKeyCountsThoughItHasKeysOfItsOwn",
+     dictionary("<key>a</key><string>1</string>"
+                "<key>a</key><dict><key>b</key><string>2</string></dict>"),
+     Members{}},
     {"keysOfTheSameTextInOtherFormsAreTwo",
      dictionary("<key>\u00E9</key><string>1</string><key>e\u0301</key><string>2</string>"),
      Members{{"\u00E9", "1"}, {"e\u0301", "2"}}},
@@ -495,6 +499,7 @@ const BinaryCase binaryCases[] = {
      aIsB},
     {"topIsAString", changed([](Binary& list) { list.top = 1; }), std::nullopt},
     {"topIsAnArray", withRoot(Binary().array({1, 2})).bytes(), std::nullopt},
+    {"topIsAnArrayThatReadsLikeADictionary", withRoot("\xA1\x01\x02").bytes(), std::nullopt},
     {"topIsNone", changed([](Binary& list) { list.top = 3; }), std::nullopt},
     {"topIsTheLargestNumber", changed([](Binary& list) { list.top = most; }), std::nullopt},
     {"keyIsAnInteger", changed([](Binary& list) { list.objects[1] = "\x10\x05"; }), std::nullopt},
@@ -543,7 +548,11 @@ const BinaryCase binaryCases[] = {
     {"utf16WhoseBytesOverflow", withValue(counted(6, (1ULL << 63U) + 1, 8) + "bb").bytes(),
      std::nullopt},
     {"utf16OfHalfAUnit", withValue(counted(6, 1) + "b").bytes(), std::nullopt},
-    {"countThatIsNoInteger", withValue("\x5F\x22" + repeated("b", 10)).bytes(), std::nullopt},
+    {"countThatIsNoInteger",
+     withValue("\x5F\x20\x01"
+               "b")
+         .bytes(),
+     std::nullopt},
     {"countOf16Bytes",
      withValue("\x5F\x14" + std::string(15, '\0') +
                "\x01"
@@ -615,10 +624,11 @@ TEST(PropertyListBinary, cutAnywhereIsNothing) {
 
 TEST(PropertyListBinary, refusesMoreThan16MiBOfText) {
   // One string of a megabyte, named again and again: a small file must not become a big table.
-  const auto shared = [](std::size_t members) {
+  const auto shared = [](std::size_t size) {
+    constexpr std::size_t members = 16;
     Binary list{.offsetSize = 4};
     std::vector<std::uint64_t> keys;
-    list.objects = {"", ascii(repeated("x", 1024 * 1024))};
+    list.objects = {"", ascii(repeated("x", size))};
     for (std::size_t index = 0; index < members; ++index) {
       keys.push_back(list.objects.size());
       list.objects.push_back(ascii(std::string(1, static_cast<char>('a' + index))));
@@ -626,10 +636,28 @@ TEST(PropertyListBinary, refusesMoreThan16MiBOfText) {
     list.objects[0] = list.dictionary(keys, std::vector<std::uint64_t>(members, 1));
     return list.bytes();
   };
-  const auto members = strings(shared(15));
+  constexpr std::size_t mebibyte = 1'048'576;
+  const auto members = strings(shared(mebibyte - 1));  // and one byte for each key
   ASSERT_TRUE(members);
-  EXPECT_EQ(members->size(), 15U);
-  EXPECT_EQ(strings(shared(16)), std::nullopt);
+  EXPECT_EQ(members->size(), 16U);
+  EXPECT_EQ(strings(shared(mebibyte)), std::nullopt);
+}
+
+TEST(PropertyListBinary, refusesOffsetsOf9BytesThoughTheyAreThere) {
+  Binary list = simple();
+  list.offsetSize = 8;
+  EXPECT_EQ(strings(list.bytes()), aIsB);
+  list.offsetSize = 9;
+  EXPECT_EQ(strings(list.bytes()), std::nullopt);
+}
+
+TEST(PropertyListBinary, readsNoCountFromTheTable) {
+  // A string whose count would have to follow, right before a table that begins like an integer.
+  Binary list{.offsetSize = 1};
+  list.objects = {ascii("fillers"), list.dictionary({2}, {3}), ascii("a"), "\x5F"};
+  list.offsetsSaid[0] = 0x10;
+  list.top = 1;
+  EXPECT_EQ(strings(list.bytes()), std::nullopt);
 }
 
 TEST(PropertyListBinary, isNotLedInCircles) {
