@@ -263,9 +263,8 @@ std::optional<BinaryReader> BinaryReader::open(std::string_view bytes) {
   const std::uint64_t count = bigEndian(trailer.substr(8, 8));
   reader.top_ = bigEndian(trailer.substr(16, 8));
   const std::uint64_t table = bigEndian(trailer.substr(24, 8));
-  for (const std::size_t size : {reader.offsetSize_, reader.referenceSize_}) {
-    if (size < 1 || size > 8) return std::nullopt;
-  }
+  if (reader.offsetSize_ < 1 || reader.offsetSize_ > 8) return std::nullopt;
+  if (reader.referenceSize_ < 1 || reader.referenceSize_ > 8) return std::nullopt;
   if (table > body.size()) return std::nullopt;
   if (count > (body.size() - table) / reader.offsetSize_) return std::nullopt;
   reader.objects_ = body.substr(0, table);
