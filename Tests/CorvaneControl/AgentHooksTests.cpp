@@ -263,7 +263,7 @@ TEST(AgentHooks, aSnippetIsTheWholeFile) {
 
 /// Settings of one event; "C" stands for a handler of this program, "O" for an outdated one, "U"
 /// and "V" for handlers of the user. Events that the agent has besides are left out.
-std::string expanded(std::string text, std::string_view agent) {
+std::string expanded(std::string_view text, std::string_view agent) {
   const std::string end = "notify --agent " + std::string(agent);
   const std::pair<char, std::string> words[] = {
       {'C', R"({"type":"command","command":"'/opt/bin/corvanectl' )" + end + "\"}"},
@@ -356,7 +356,7 @@ TEST_P(Handlers, areEditedForCursor) { checkEvent(GetParam(), Agent::cursor, "st
 INSTANTIATE_TEST_SUITE_P(AgentHooks, Handlers, testing::ValuesIn(handlerCases), named);
 
 TEST(AgentHooks, anEventOfAnEarlierVersionLosesItsEntries) {
-  const auto whole = [](std::string text) { return tidied(expanded(std::move(text), "claude")); };
+  const auto whole = [](std::string_view text) { return tidied(expanded(text, "claude")); };
   const std::string settings = whole(
       R"({"hooks":{"old":[{"hooks":[C]}],"mixed":[{"hooks":[U,C]},{"hooks":[]}],"empty":[]}})");
   for (const std::string& after :

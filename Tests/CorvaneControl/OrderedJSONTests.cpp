@@ -271,9 +271,12 @@ TEST(OrderedJSON, nests512ContainersAndNoMore) {
 
 TEST(OrderedJSON, theDeepestValueIsCopiedComparedAndWritten) {
   const OrderedJSON deepest = parsed(repeated("[", 512) + repeated("]", 512));
-  const OrderedJSON copy = deepest;
+  OrderedJSON copy = deepest;
   EXPECT_TRUE(copy == deepest);
-  EXPECT_TRUE(parsed(copy.text("")) == deepest);
+  copy = OrderedJSON(OrderedJSON::Array{copy});
+  EXPECT_FALSE(copy == deepest);
+  EXPECT_TRUE(parsed(deepest.text("")) == deepest);
+  EXPECT_FALSE(parses(copy.text("")));
 }
 
 TEST(OrderedJSON, aHundredThousandBracketsFailWithoutRecursingIntoThem) {

@@ -338,23 +338,27 @@ TEST(FilesEdit, keepsTheOwnerAndTheGroup) {
   }
 }
 
-/// Runs Python for what POSIX has no call for; false when it or the file system can't.
-bool python(const std::string& code) {
-  const std::string command = "python3 -c 'import os\n" + code + "' 2>/dev/null";
-  return std::system(command.c_str()) == 0;
+/// Runs Python, for what POSIX has no call for, with `path` as the path of the file; false when it
+/// or the file system can't do what `code` says.
+bool python(const std::string& path, const std::string& code) {
+  const std::string command =
+      "python3 -c 'import os, struct, sys\npath = sys.argv[1]\n" + code + "' '" + path + "'";
+  return std::system((command + " 2>/dev/null").c_str()) == 0;
 }
 
 TEST(FilesEdit, keepsTheUsersExtendedAttributes) {
   const TemporaryFolder folder;
   const std::string path = folder.write("settings.json", "old");
-  if (!python("os.setxattr(\"" + path + "\", \"user.colour\", b\"blue\")\n" +  //
-              "os.setxattr(\"" + path + "\", \"user.empty\", b\"\")")) {
+  if (!python(path,
+              "os.setxattr(path, \"user.colour\", b\"blue\")\n"
+              "os.setxattr(path, \"user.empty\", b\"\")")) {
     GTEST_SKIP() << "no extended attributes here, or no Python to set them";
   }
   EXPECT_FALSE(change(path, "new"));
   for (const std::string& name : {path, path + ".backup"}) {
-    EXPECT_TRUE(python("assert os.getxattr(\"" + name + "\", \"user.colour\") == b\"blue\"\n" +
-                       "assert os.getxattr(\"" + name + "\", \"user.empty\") == b\"\""))
+    EXPECT_TRUE(python(name,
+                       "assert os.getxattr(path, \"user.colour\") == b\"blue\"\n"
+                       "assert os.getxattr(path, \"user.empty\") == b\"\""))
         << name;
   }
 }
@@ -362,20 +366,20 @@ TEST(FilesEdit, keepsTheUsersExtendedAttributes) {
 // An access control list as Linux stores it: its version, then a tag, permissions and an id for
 // each entry. This one lets user 1234 read and write, and the owning group nothing.
 const std::string accessList =
-    "struct.pack(\"<I\", 2) + b\"\".join(struct.pack(\"<HHI\", *entry) for entry in "
-    "[(1, 6, 2**32 - 1), (2, 6, 1234), (4, 0, 2**32 - 1), (16, 6, 2**32 - 1), (32, 0, 2**32 - 1)])";
+    "access = struct.pack(\"<I\", 2) + b\"\".join(struct.pack(\"<HHI\", *entry) for entry in "
+    "[(1, 6, 2**32 - 1), (2, 6, 1234), (4, 0, 2**32 - 1), (16, 6, 2**32 - 1), (32, 0, 2**32 - "
+    "1)])\n";
 
 TEST(FilesEdit, keepsTheAccessControlList) {
   const TemporaryFolder folder;
   const std::string path = file(folder, "settings.json", "old", 0600);
-  if (!python("import struct\nos.setxattr(\"" + path + "\", \"system.posix_acl_access\", " +
-              accessList + ")")) {
+  if (!python(path, accessList + "os.setxattr(path, \"system.posix_acl_access\", access)")) {
     GTEST_SKIP() << "no access control lists here, or no Python to set them";
   }
   EXPECT_FALSE(change(path, "new"));
   for (const std::string& name : {path, path + ".backup"}) {
-    EXPECT_TRUE(python("import struct\nassert os.getxattr(\"" + name +
-                       "\", \"system.posix_acl_access\") == " + accessList))
+    EXPECT_TRUE(python(
+        name, accessList + "assert os.getxattr(path, \"system.posix_acl_access\") == access"))
         << name;
   }
 }
@@ -383,13 +387,13 @@ TEST(FilesEdit, keepsTheAccessControlList) {
 TEST(FilesEdit, takesNoAccessControlListFromTheFolder) {
   const TemporaryFolder folder;
   const std::string path = file(folder, "settings.json", "old", 0640);
-  if (!python("import struct\nos.setxattr(\"" + folder.path() +
-              "\", \"system.posix_acl_default\", " + accessList + ")")) {
+  if (!python(folder.path(),
+              accessList + "os.setxattr(path, \"system.posix_acl_default\", access)")) {
     GTEST_SKIP() << "no access control lists here, or no Python to set them";
   }
   EXPECT_FALSE(change(path, "new"));
   for (const std::string& name : {path, path + ".backup"}) {
-    EXPECT_TRUE(python("assert \"system.posix_acl_access\" not in os.listxattr(\"" + name + "\")"))
+    EXPECT_TRUE(python(name, "assert \"system.posix_acl_access\" not in os.listxattr(path)"))
         << name;
   }
 }
