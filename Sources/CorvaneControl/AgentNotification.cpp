@@ -104,14 +104,21 @@ JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
   return joined;
 }
 
-/// Whether a text begins and ends as a JSON object does; cheap, whatever stands between.
-bool looksLikeObject(std::string_view text) {
+/// Whether a text begins and ends as an object of suggestions does. An answer is prose as a rule,
+/// and this tells it from JSON without the copy that parsing needs.
+bool mayBeSuggestion(std::string_view text) {
   constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-  constexpr std::string_view jsonSpace = " \t\n\r";
+  constexpr std::string_view space = " \t\n\r";
   if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
-  const std::size_t first = text.find_first_not_of(jsonSpace);
-  const std::size_t last = text.find_last_not_of(jsonSpace);
-  return first != std::string_view::npos && text[first] == '{' && text[last] == '}';
+  const std::size_t brace = text.find_first_not_of(space);
+  if (brace == std::string_view::npos || text[brace] != '{') return false;
+  if (text[text.find_last_not_of(space)] != '}') return false;
+  const std::size_t quote = text.find_first_not_of(space, brace + 1);
+  if (quote == std::string_view::npos || text[quote] != '"') return false;
+  const std::string_view name = text.substr(quote + 1);
+  if (name.starts_with("suggestion")) return true;
+  const std::size_t nameEnd = name.find_first_of("\"\\");
+  return nameEnd != std::string_view::npos && name[nameEnd] == '\\';  // it may, being escaped
 }
 
 struct NotificationKind {
@@ -346,8 +353,7 @@ std::optional<std::string_view> codexTaskBody(std::optional<std::string_view> te
 
 bool isCodexSuggestion(const JSON::Value* value) {
   const auto text = asString(value);
-  // An answer is prose as a rule: whether it is JSON is then seen without copying it.
-  if (!text || !looksLikeObject(*text)) return false;
+  if (!text || !mayBeSuggestion(*text)) return false;
   std::string bytes(*text);
   const auto document = JSON::Document::parse(bytes);
   if (!document || document->root().members().size() != 1) return false;
