@@ -461,20 +461,19 @@ INSTANTIATE_TEST_SUITE_P(CodexTranscript, Line, testing::ValuesIn(lineCases), na
 
 TEST_F(CodexTranscriptFile, aMarkerAcrossTwoWindowsIsFound) {
   const std::string record = automatic + "\n";
-  const std::size_t inRecord = record.find(marker);
+  const std::string before = manual + "\n" + record;
+  const std::size_t behind = record.size() - record.find(marker) - marker.size();
   for (std::size_t inLaterWindow = 0; inLaterWindow <= marker.size(); ++inLaterWindow) {
-    const std::size_t behind = record.size() - inRecord - marker.size();
-    const std::string name =
-        file(manual + "\n" + record + filler(windowBytes - behind - inLaterWindow));
-    EXPECT_TRUE(autoReviewed(name)) << inLaterWindow;
+    const std::string after = filler(windowBytes - behind - inLaterWindow);
+    EXPECT_TRUE(autoReviewed(file(before + after))) << inLaterWindow;
   }
 }
 
 TEST_F(CodexTranscriptFile, aLineAcrossTwoWindowsIsReadWhole) {
   const std::string record = recordOfSize(5000);
+  const std::string before = manual + "\n" + record + "\n";
   for (const std::size_t inLaterWindow : {1U, 20U, 22U, 160U, 2500U, 4978U, 4999U}) {
-    const std::string name =
-        file(manual + "\n" + record + "\n" + filler(windowBytes - inLaterWindow - 1));
+    const std::string name = file(before + filler(windowBytes - inLaterWindow - 1));
     EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), record) << inLaterWindow;
   }
 }
