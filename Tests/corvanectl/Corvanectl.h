@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -9,13 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include "Support/ChildProcess.h"
 #include "Support/ScriptedPeer.h"
+#include "Support/SystemUnderTest.h"
 #include "Support/TemporaryFolder.h"
 
 namespace CorvaneTests {
@@ -43,26 +38,6 @@ inline Ended exchange(std::vector<std::string> words, ScriptedPeer::Script scrip
 
 inline ScriptedPeer::Script sending(std::string bytes) {
   return [bytes = std::move(bytes)](Conversation& talk) { talk.send(bytes); };
-}
-
-/// The read time-out, in seconds, of the socket that a running corvanectl waits on; absent where
-/// the system does not let one look.
-inline std::optional<long> readTimeout(pid_t process) {
-#if defined(SYS_pidfd_open) && defined(SYS_pidfd_getfd)
-  const auto handle = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
-  if (handle < 0) return std::nullopt;
-  const auto socket = static_cast<int>(::syscall(SYS_pidfd_getfd, handle, 3, 0));
-  ::close(handle);
-  if (socket < 0) return std::nullopt;
-  timeval value{};
-  socklen_t size = sizeof value;
-  const bool known = ::getsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &value, &size) == 0;
-  ::close(socket);
-  if (known) return static_cast<long>(value.tv_sec);
-#else
-  static_cast<void>(process);
-#endif
-  return std::nullopt;
 }
 
 inline std::string contents(const std::filesystem::path& path) {

@@ -378,7 +378,7 @@ TEST(Notify, endsWithZeroWhenNobodyTakesTheReply) {
   expectSilence(run(corvanectl(), none));
 
   std::array<int, 2> broken{};
-  ASSERT_EQ(::pipe2(broken.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe(broken.data()), 0);
   ::close(broken[0]);
   ChildOptions toBroken = hook(peer.path(), permission);
   toBroken.given = {{1, broken[1]}};
@@ -503,8 +503,8 @@ TEST(Notify, randomlyDamagedInputDoesNoHarm) {
   }
 }
 
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
 TEST(Notify, runningOutOfMemoryIsSilent) {
+  if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
   const std::string path = folder.write("large", R"({"a":[)" + std::string(8'000'000, '1') + "]}");
@@ -524,7 +524,6 @@ TEST(Notify, runningOutOfMemoryIsSilent) {
   }
   EXPECT_TRUE(peer.requests().empty());
 }
-#endif
 
 }  // namespace
 }  // namespace CorvaneTests
