@@ -152,7 +152,7 @@ ControlResponse Application::stop(std::string_view name) {
 }
 
 ControlResponse Application::refusal(std::string_view command, const std::string& why) {
-  console_.log("Refused " + std::string(command) + ": " + visibleLine(why));
+  console_.log("Refused " + std::string(command) + ": " + why);
   return ControlResponse::failure(why);
 }
 

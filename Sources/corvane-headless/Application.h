@@ -70,6 +70,7 @@ class Application {
   ControlResponse switchTo(std::string_view name);
   ControlResponse launch(std::string_view name);
   ControlResponse stop(std::string_view name);
+  /// `why` is visible.
   ControlResponse refusal(std::string_view command, const std::string& why);
   ControlResponse about(std::size_t position) const;
   void windowsChanged(std::size_t position, std::string_view verb, std::int64_t before);

@@ -13,35 +13,45 @@ const std::string_view help =
     R"(corvane-headless: Corvane's end of the control socket, without a desktop
 
 Usage:
-  corvane-headless [--socket PATH] [--workspaces FILE] [--answer allow|deny|ask] [--quiet]
+  corvane-headless [--socket PATH] [--workspaces FILE]
+                   [--answer allow|deny|ask] [--quiet]
   corvane-headless hooks [status|add|remove|show] [claude|codex|cursor ...]
-                         [--home DIR] [--tool PATH]
+                   [--home DIR] [--tool PATH]
   corvane-headless --help | --version
 
-Serving answers corvanectl until SIGINT (Ctrl-C) or SIGTERM:
-  --socket PATH      Serve this socket. Otherwise the one that corvanectl looks for: CORVANE_SOCKET
-                     when it is set and not empty, else control.sock in Corvane's folder.
-  --workspaces FILE  Take the workspaces from this JSON file. Otherwise there is a sample.
-                     [{"name": "Site", "section": "Work", "shortcut": "⌥1", "windows": 3,
-                       "active": true, "project": "~/Projects/site"}, {"name": "Mail"}]
+It serves corvanectl until SIGINT (Ctrl-C), SIGTERM or SIGHUP:
+  --socket PATH      Serve this socket. Otherwise the one that corvanectl looks
+                     for: CORVANE_SOCKET when it is set and not empty, else
+                     control.sock in Corvane's folder.
+  --workspaces FILE  Take the workspaces from this JSON file. Otherwise there is
+                     a sample. Only the names are needed:
+                       [{"name": "Site", "section": "Work", "shortcut": "⌥1",
+                         "windows": 3, "active": true,
+                         "project": "~/Projects/site"}, {"name": "Mail"}]
   --answer HOW       What to say to agents that ask for permission:
-                       allow  yes to everything: to questions the option that the agent
-                              recommends, else the first; plans go on without asking further
+                       allow  yes to everything; of a question's options the one
+                              that the agent recommends, else the first; a plan
+                              goes on without asking further
                        deny   no to everything
-                       ask    show each request here and read the answer from standard input
-                     Otherwise "ask" when standard input and output are a terminal. When they are
-                     not, nothing is decided here, and the agents ask by themselves.
-  --quiet            Print no log. Requests are still shown with "ask".
+                       ask    show each request, and read the answer from
+                              standard input
+                     Otherwise "ask" when standard input and output are a
+                     terminal. When they are not, nothing is decided here, and
+                     the agents ask by themselves.
+  --quiet            Print no log. With "ask" requests are still shown.
 
-Hooks lets the agents call "corvanectl notify" (all agents when none is named):
-  status             Show for each agent whether its hooks are there. This is the default.
-  add, remove        Add or update the hooks, or take them out; other settings stay as they are.
+With hooks, it makes agents call "corvanectl notify" (all when none is named):
+  status             Show for each agent whether its hooks are there. This is
+                     what happens when nothing is said.
+  add, remove        Add or update the hooks, or take them out. Other settings
+                     stay as they are.
   show               Print what "add" would put into a new file.
-  --home DIR         The home folder that holds the agents' folders.
-  --tool PATH        The corvanectl that the hooks call. Otherwise the one beside this program.
+  --home DIR         The home folder with the agents' folders.
+  --tool PATH        The corvanectl that the hooks call. Otherwise the one
+                     beside this program.
 
-Exit status: 0 after SIGINT or SIGTERM and when all is done, 1 when something can't be done, 2 when
-the words make no sense.
+Exit status: 0 when it was told to end or everything is done, 1 when something
+can't be done, 2 when the words make no sense.
 )";
 
 namespace {

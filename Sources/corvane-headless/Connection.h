@@ -15,7 +15,7 @@ namespace CorvaneControl::Headless {
 class Connection {
  public:
   /// Bytes of a request that is not complete yet; a client that sends more is not served.
-  static constexpr std::size_t longestRequest = 64U << 20U;
+  static constexpr std::size_t longestRequest = 16U << 20U;
   /// Bytes of answers that wait for a client. Beyond it no more of its requests are taken.
   static constexpr std::size_t mostAnswers = 256U << 10U;
   /// Bytes of events that wait for a subscriber. One that does not read loses the connection.

@@ -35,11 +35,6 @@ pollfd polledFor(int descriptor, short events) {
   return {.fd = descriptor, .events = events, .revents = 0};
 }
 
-/// Whether accepting failed because there is no room, and not because of this one client.
-bool isLackOfRoom(int code) {
-  return code == EMFILE || code == ENFILE || code == ENOBUFS || code == ENOMEM;
-}
-
 }  // namespace
 
 Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering answering,
@@ -53,6 +48,7 @@ Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering 
 
 void Server::run() {
   while (!stops_) {
+    takeAnswers();
     Waiting waiting = whatToWaitFor();
     const auto count = static_cast<nfds_t>(waiting.polled.size());
     if (::poll(waiting.polled.data(), count, waiting.timeout) < 0) {
@@ -68,7 +64,6 @@ void Server::run() {
       serve(id, *connections_.at(id), waiting.polled[Place::firstClient + index].revents);
     }
     if (waiting.polled[Place::listener].revents != 0) acceptClients();
-    takeAnswers();
     finishRound();
   }
 }
@@ -126,16 +121,20 @@ void Server::acceptClients() {
         ::close(socket);
         console_.log("Turned away a process of another user.");
       }
-    } else if (isLackOfRoom(errno)) {
-      acceptsAgain_ = Clock::now() + std::chrono::milliseconds(retryMilliseconds);
-      if (!std::exchange(isFull_, true)) {
-        console_.log("There is no room for more clients; they have to wait.");
-      }
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       return;
     } else if (errno != EINTR && errno != ECONNABORTED) {
+      pauseAccepting(errno);
       return;
     }
   }
+}
+
+void Server::pauseAccepting(int code) {
+  acceptsAgain_ = Clock::now() + std::chrono::milliseconds(retryMilliseconds);
+  if (std::exchange(isFull_, true)) return;
+  console_.log("There is no room for more clients; they have to wait. (" + System::errorText(code) +
+               ")");
 }
 
 void Server::serve(ConnectionID id, Connection& connection, short events) {

@@ -47,6 +47,7 @@ class Server final : private Clients {
   void serveConsole(const Waiting& waiting);
   void takeAnswers();
   void acceptClients();
+  void pauseAccepting(int code);
   void serve(ConnectionID id, Connection& connection, short events);
   void takeRequests(ConnectionID id, Connection& connection);
   void take(ConnectionID id, Connection& connection, std::string_view line);

@@ -67,7 +67,7 @@ std::optional<SocketFile::Problem> obstacle(const std::string& path) {
     ::close(*connection);
     return problem(path, "another Corvane serves this socket already");
   }
-  const auto code = connection.failure().code;
+  const int code = connection.failure().code.value_or(0);
   // Refused: nobody listens. Gone: whoever did has just ended.
   if (code == ECONNREFUSED || code == ENOENT) return std::nullopt;
   if (code == EAGAIN || code == ETIMEDOUT) {

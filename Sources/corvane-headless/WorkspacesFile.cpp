@@ -222,7 +222,7 @@ std::size_t lineOf(std::string_view text, std::size_t offset) {
 
 }  // namespace
 
-Result<std::vector<WorkspaceSummary>, Problem> parse(std::string text, std::string_view file,
+Result<std::vector<WorkspaceSummary>, Problem> parse(const std::string& text, std::string_view file,
                                                      const std::optional<std::string>& home) {
   const std::string name = visible(file);
   std::string parsed = text;  // parsing overwrites it, and the lines are counted afterwards
@@ -246,7 +246,8 @@ Result<std::vector<WorkspaceSummary>, Problem> parse(std::string text, std::stri
   for (const JSON::Value& entry : entries->elements()) {
     const std::size_t index = workspaces.size();
     const auto problem = [&](std::string_view what) {
-      return Problem{name + ": " + place + at(index) + std::string(what)};
+      std::string description = name + ": ";
+      return Problem{description.append(place).append(at(index)).append(what)};
     };
     EntryReader reader(entry, home);
     auto workspace = reader.read();
@@ -279,7 +280,7 @@ Result<std::vector<WorkspaceSummary>, Problem> read(const std::string& path,
   ::close(descriptor);
   if (code != 0) return unreadable(code);
   if (text.size() > largestFile) return Problem{visible(path) + ": larger than 16 MiB"};
-  return parse(std::move(text), path, home);
+  return parse(text, path, home);
 }
 
 std::vector<WorkspaceSummary> sample(const std::optional<std::string>& home) {

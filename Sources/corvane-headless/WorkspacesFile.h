@@ -34,7 +34,7 @@ inline constexpr std::size_t largestFile = 16U << 20U;
 /// Reads all workspaces, or none. `file` is the name that problems call the text by: "FILE:LINE:
 /// ..." for a text that is no JSON, "FILE: [2].windows: ..." for a wrong workspace. `home` stands
 /// for "~".
-Result<std::vector<WorkspaceSummary>, Problem> parse(std::string text, std::string_view file,
+Result<std::vector<WorkspaceSummary>, Problem> parse(const std::string& text, std::string_view file,
                                                      const std::optional<std::string>& home);
 
 /// The same from a file on disk.

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneControl/Platform/Text.h"
+
 namespace CorvaneControl::Headless {
 namespace {
 
@@ -103,7 +105,7 @@ TEST(HeadlessCommandLine, helpFitsAnOrdinaryTerminal) {
   while (!rest.empty()) {
     const std::size_t end = rest.find('\n');
     ASSERT_NE(end, std::string_view::npos);
-    EXPECT_LE(end, 101U) << rest.substr(0, end);
+    EXPECT_LE(Text::characters(rest.substr(0, end)), 80U) << rest.substr(0, end);
     rest.remove_prefix(end + 1);
   }
 }

@@ -397,6 +397,56 @@ TEST(Console, setsLongLogLinesBelowTheirBeginning) {
   }
 }
 
+/// `corvanectl notify` as Claude Code runs it when it wants to run `command`.
+ChildOptions hook(const std::string& socket, const std::string& command) {
+  return {
+      .arguments = {"notify", "--agent", "claude"},
+      .environment = {{"CORVANE_SOCKET", socket}},
+      .input = R"({"hook_event_name":"PermissionRequest","session_id":"s",)"
+               R"("cwd":"/home/ada/Projects/site","tool_name":"Bash","tool_input":{"command":")" +
+               command + "\"}}"};
+}
+
+TEST(Console, decidesForTheHookOfAnAgent) {
+  Terminal console;
+  ChildProcess first(CORVANECTL, hook(console.folder.path("s"), "npm test"));
+  ASSERT_TRUE(console.waitFor("    1   npm test\n"));
+  ChildProcess second(CORVANECTL, hook(console.folder.path("s"), "rm -r x"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  console.type("a");
+  EXPECT_EQ(first.wait().output, R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},)"
+                                 R"("hookEventName":"PermissionRequest"}})"
+                                 "\n");
+  ASSERT_TRUE(console.waitFor("    1   rm -r x\n"));
+  console.type("d");
+  EXPECT_EQ(second.wait().output,
+            R"({"hookSpecificOutput":{"decision":{"behavior":"deny","interrupt":true,)"
+            R"("message":"The user denied this from Corvane. Stop and wait for their )"
+            R"(instructions."},"hookEventName":"PermissionRequest"}})"
+            "\n");
+}
+
+TEST(Console, withdrawsTheCardOfAHookThatIsKilled) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    Terminal console;
+    ChildProcess agent(CORVANECTL, hook(console.folder.path("s"), "ls"));
+    ASSERT_TRUE(console.waitFor("[a] allow"));
+    agent.signal(signal);
+    EXPECT_TRUE(console.waitFor("Withdrawn by Claude: Run ls"));
+    EXPECT_EQ(agent.wait().output, "");
+  }
+}
+
+TEST(Console, letsTheAgentAskWhenItEnds) {
+  Terminal console;
+  ChildProcess agent(CORVANECTL, hook(console.folder.path("s"), "ls"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  console.process.signal(SIGTERM);
+  const Ended ended = agent.wait();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output + ended.errors, "");
+}
+
 TEST(Console, readsAnswersFromAPipe) {
   HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .input = "a\nd\nx\nl"});
   const char* const answers[] = {R"({"decision":"allowed","ok":true})",
