@@ -1,4 +1,4 @@
-# `cmake --install` puts the programs, the library with its headers, the manual page and a CMake
+# `cmake --install` puts the programs, the library with its headers, the manual pages and a CMake
 # package file in place.
 
 include(CMakePackageConfigHelpers)
@@ -9,7 +9,8 @@ install(TARGETS CorvaneControl EXPORT CorvaneControl
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY Sources/CorvaneControl DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
-install(FILES Documentation/corvanectl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES Documentation/corvanectl.1 Documentation/corvane-headless.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 install(EXPORT CorvaneControl NAMESPACE Corvane:: FILE CorvaneControlTargets.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneControl)

@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "CorvaneControl/ControlCommandLine.h"
+#include "Documentation/Pages.h"
+#include "Support/ChildProcess.h"
+#include "corvane-headless/CommandLine.h"
+
+namespace CorvaneControl {
+namespace {
+
+const std::string command = "Documentation/corvanectl.1";
+const std::string headless = "Documentation/corvane-headless.1";
+
+std::string replaced(std::string text, std::string_view what, std::string_view with) {
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
+    text.replace(at, what.size(), with);
+    at += with.size();
+  }
+  return text;
+}
+
+/// The source of a page, with its dashes as they are read.
+std::string source(const std::string& path) {
+  return replaced(CorvaneTests::page(path), "\\-", "-");
+}
+
+/// A line of the source as text: `list [--json]` of `.BR list " [" --json ]`.
+std::string withoutMacro(const std::string& line) {
+  if (!line.starts_with('.')) return line;
+  return replaced(line.substr(std::min(line.find(' '), line.size() - 1) + 1), "\"", "");
+}
+
+/// The entries of a section's lists, as text.
+std::vector<std::string> entries(const std::string& path, std::string_view section) {
+  std::vector<std::string> found;
+  bool isInside = false;
+  bool isEntry = false;
+  for (const std::string& line : CorvaneTests::linesOf(source(path))) {
+    if (line.starts_with(".SH ")) isInside = line.substr(4) == section;
+    if (isInside && isEntry) found.push_back(withoutMacro(line));
+    isEntry = line == ".TP";
+  }
+  return found;
+}
+
+std::string firstWord(std::string_view text) {
+  return std::string(text.substr(0, text.find_first_of(" ,=")));
+}
+
+std::vector<std::string> firstWords(const std::vector<std::string>& texts) {
+  std::vector<std::string> words;
+  for (const std::string& text : texts) words.push_back(firstWord(text));
+  return words;
+}
+
+/// Every "--option" in a text, once.
+std::set<std::string> optionsIn(std::string_view text) {
+  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz-";
+  std::set<std::string> options;
+  for (std::size_t at = text.find("--"); at != std::string_view::npos; at = text.find("--", at)) {
+    const std::size_t end = std::min(text.find_first_not_of(letters, at), text.size());
+    options.emplace(text.substr(at, end - at));
+    at = end;
+  }
+  return options;
+}
+
+/// The commands of the usage text, in its order: they stand behind two spaces.
+std::vector<std::string> usageCommands() {
+  std::vector<std::string> commands;
+  for (const std::string& line : CorvaneTests::linesOf(ControlCommandLine::usage)) {
+    if (line.starts_with("  ") && line[2] != ' ') commands.push_back(firstWord(line.substr(2)));
+  }
+  return commands;
+}
+
+std::set<std::string> asSet(const std::vector<std::string>& texts) {
+  return {texts.begin(), texts.end()};
+}
+
+TEST(ManualPage, describesEveryCommandInTheOrderOfTheUsage) {
+  EXPECT_EQ(usageCommands().size(), 9U);
+  EXPECT_EQ(firstWords(entries(command, "COMMANDS")), usageCommands());
+}
+
+TEST(ManualPage, beginsWithASynopsisOfEveryCommand) {
+  std::vector<std::string> commands;
+  for (const std::string& line : CorvaneTests::linesOf(source(command))) {
+    constexpr std::string_view start = ".B corvanectl ";
+    if (line.starts_with(".SH DESCRIPTION")) break;
+    if (line.starts_with(start)) commands.push_back(firstWord(line.substr(start.size())));
+  }
+  EXPECT_EQ(commands, usageCommands());
+}
+
+TEST(ManualPage, describesEveryOption) {
+  EXPECT_EQ(asSet(firstWords(entries(command, "OPTIONS"))), optionsIn(ControlCommandLine::usage));
+}
+
+// Beside the options of the usage, only words that stand for a whole command by themselves, and the
+// options of the other program.
+TEST(ManualPage, namesNoOptionThatDoesNotExist) {
+  const std::set<std::string> known = optionsIn(ControlCommandLine::usage);
+  for (const std::string& option : optionsIn(source(command))) {
+    if (known.contains(option)) continue;
+    const auto parsed = ControlCommandLine::parse({option}, {});
+    EXPECT_TRUE(std::holds_alternative<ControlCommandLine::Help>(parsed) ||
+                std::holds_alternative<ControlCommandLine::Version>(parsed))
+        << option;
+  }
+}
+
+TEST(ManualPage, describesEveryOptionOfTheHeadlessCorvane) {
+  const auto isOption = [](const std::string& word) { return word.starts_with("--"); };
+  std::set<std::string> described;
+  for (const char* const section : {"OPTIONS", "HOOKS"}) {
+    for (const std::string& word : firstWords(entries(headless, section))) {
+      if (isOption(word)) described.insert(word);
+    }
+  }
+  const std::set<std::string> known = optionsIn(Headless::CommandLine::help);
+  EXPECT_GE(known.size(), 8U);
+  EXPECT_EQ(described, known);
+}
+
+TEST(ManualPage, describesEveryActionOnHooks) {
+  // The help has them as "hooks [status|add|...]".
+  constexpr std::string_view start = "hooks [";
+  const std::string_view help = Headless::CommandLine::help;
+  ASSERT_NE(help.find(start), std::string_view::npos);
+  const std::string_view behind = help.substr(help.find(start) + start.size());
+  const std::string actions = replaced(std::string(behind.substr(0, behind.find(']'))), "|", "\n");
+
+  std::vector<std::string> described = firstWords(entries(headless, "HOOKS"));
+  std::erase_if(described, [](const std::string& word) { return word.starts_with("--"); });
+  EXPECT_EQ(described, CorvaneTests::linesOf(actions));
+}
+
+TEST(ManualPage, namesNoOptionThatTheHeadlessCorvaneDoesNotHave) {
+  std::set<std::string> known = optionsIn(Headless::CommandLine::help);
+  known.merge(optionsIn(ControlCommandLine::usage));
+  for (const std::string& option : optionsIn(source(headless))) {
+    EXPECT_TRUE(known.contains(option)) << option;
+  }
+}
+
+class ManualPages : public testing::TestWithParam<std::string> {};
+
+TEST_P(ManualPages, areOfThisVersion) {
+  EXPECT_NE(source(GetParam()).find("\"Corvane " CORVANE_VERSION "\""), std::string::npos);
+}
+
+TEST_P(ManualPages, areSetWithoutAWarning) {
+  const auto there = CorvaneTests::run(
+      "/bin/sh", {.arguments = {"-c", "command -v groff && groff -man </dev/null"}});
+  if (there.status != 0) GTEST_SKIP() << "there is no groff with the macros for manual pages";
+  const auto ended = CorvaneTests::run(
+      "/bin/sh",
+      {.arguments = {"-c", "exec groff -man -Tutf8 -ww " CORVANE_SOURCE_DIR "/" + GetParam()}});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.errors, "");
+  EXPECT_NE(ended.output, "");
+}
+
+constexpr auto named = [](const auto& info) {
+  return std::string(info.param == command ? "corvanectl" : "headless");
+};
+INSTANTIATE_TEST_SUITE_P(, ManualPages, testing::Values(command, headless), named);
+
+}  // namespace
+}  // namespace CorvaneControl
