@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Documentation/Pages.h"
+#include "Support/ChildProcess.h"
+#include "corvane-headless/HeadlessCorvane.h"
+
+namespace {
+
+using CorvaneTests::Block;
+using CorvaneTests::Ended;
+using CorvaneTests::HeadlessCorvane;
+using CorvaneTests::Markdown;
+
+std::vector<Block> blocksOf(const std::string& kind) {
+  std::vector<Block> found;
+  for (Block& block : Markdown(CorvaneTests::page("README.md")).blocks) {
+    if (block.kind == kind) found.push_back(std::move(block));
+  }
+  return found;
+}
+
+/// The workspaces that a headless Corvane begins with, in order.
+const std::string names = "Site\nStore\nMail\nNotes\n";
+
+/// A person with a home folder, two of the agents, the two programs beside each other, and a
+/// running headless Corvane.
+class Person {
+ public:
+  Person() {
+    for (const char* const name : {"home/.claude", "home/.codex", "bin"}) {
+      std::filesystem::create_directories(folder_.path(name));
+    }
+    std::filesystem::copy(CORVANECTL, folder_.path("bin/corvanectl"));
+    std::filesystem::copy(CORVANE_HEADLESS, folder_.path("bin/corvane-headless"));
+    EXPECT_TRUE(corvane_.process().waitForOutput("Serving"));
+  }
+
+  /// What the person's shell shows of a command, errors included.
+  std::string sees(const std::string& command) {
+    const Ended ended = CorvaneTests::run(
+        "/bin/sh",
+        {.arguments = {"-c", "exec 2>&1; PATH=" + folder_.path("bin:") + "$PATH; " + command},
+         .environment = {{"CORVANE_SOCKET", corvane_.socketPath()},
+                         {"HOME", folder_.path("home")}}});
+    EXPECT_EQ(ended.errors, "");
+    return ended.output;
+  }
+
+ private:
+  CorvaneTests::TemporaryFolder folder_{};
+  HeadlessCorvane corvane_{};
+};
+
+TEST(ReadmeExamples, transcriptsAreWhatHappens) {
+  const std::vector<Block> transcripts = blocksOf("console");
+  EXPECT_GE(transcripts.size(), 2U);
+  for (const Block& transcript : transcripts) {
+    SCOPED_TRACE("README.md:" + std::to_string(transcript.line));
+    Person person;
+    std::string replayed;
+    for (const std::string& line : CorvaneTests::linesOf(transcript.text)) {
+      if (line.starts_with("$ ")) replayed += line + "\n" + person.sees(line.substr(2));
+    }
+    EXPECT_EQ(replayed, transcript.text + "\n");
+  }
+}
+
+TEST(ReadmeExamples, thePythonClientWorks) {
+  const std::vector<Block> programs = blocksOf("python");
+  ASSERT_EQ(programs.size(), 1U);
+  const Ended found = CorvaneTests::run(
+      "/bin/sh", {.arguments = {"-c", "command -v python3 && python3 -c 'import json, socket'"}});
+  if (found.status != 0) GTEST_SKIP() << "there is no python3";
+  HeadlessCorvane corvane;
+  ASSERT_TRUE(corvane.process().waitForOutput("Serving"));
+  const Ended ended =
+      CorvaneTests::run("/bin/sh", {.arguments = {"-c", "exec python3 -"},
+                                    .environment = {{"CORVANE_SOCKET", corvane.socketPath()}},
+                                    .input = programs[0].text + "\n"});
+  EXPECT_EQ(ended.errors, "");
+  EXPECT_EQ(ended.output, "Site 3\nStore 2\nMail 1\nNotes 0\n");
+}
+
+// Built by the build of the tests, from the page.
+TEST(ReadmeExamples, theProgramOnTheLibraryWorks) {
+  HeadlessCorvane corvane;
+  ASSERT_TRUE(corvane.process().waitForOutput("Serving"));
+  const Ended ended =
+      CorvaneTests::run(CORVANE_README_PROGRAM, {.arguments = {corvane.socketPath()}});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.errors, "");
+  EXPECT_EQ(ended.output, names);
+}
+
+TEST(ReadmeExamples, theProgramOnTheLibrarySaysWhenNobodyIsThere) {
+  const Ended ended = CorvaneTests::run(CORVANE_README_PROGRAM, {.arguments = {"/nowhere.sock"}});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.output, "");
+}
+
+}  // namespace
