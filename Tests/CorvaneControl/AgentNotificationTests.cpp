@@ -147,9 +147,6 @@ const TextCase summaryCases[] = {
     {"anAccentOnCharacter120", repeated(120, "x") + "\u0301", repeated(120, "x") + "\u0301"},
     {"anAccentOnCharacter121", repeated(121, "x") + "\u0301", cut},
     {"anAccentOnCharacter119", repeated(119, "x") + "\u0301yz", repeated(119, "x") + "\u0301…"},
-    {"aMillionAccents", "x" + repeated(1'000'000, "\u0301"), "x" + repeated(1'000'000, "\u0301")},
-    {"tenMegabytes", repeated(10'000'000, "x"), cut},
-    {"tenMegabytesOfBlanks", repeated(10'000'000, " ") + "x", "x"},
 };
 class Summary : public testing::TestWithParam<TextCase> {};
 TEST_P(Summary, isOneLineOf120Characters) {
@@ -159,6 +156,14 @@ TEST_P(Summary, isOneLineOf120Characters) {
   EXPECT_TRUE(summary(&value) == GetParam().result);
 }
 INSTANTIATE_TEST_SUITE_P(AgentNotification, Summary, testing::ValuesIn(summaryCases), named);
+
+// No rows of the table, which every test of this program would have to put together.
+TEST(AgentNotification, megabytesHaveASummaryToo) {
+  const std::string accents = "x" + repeated(1'000'000, "\u0301");
+  EXPECT_TRUE(summary(std::string_view(accents)) == accents);
+  EXPECT_TRUE(summary(std::string_view(std::string(10'000'000, 'x'))) == cut);
+  EXPECT_TRUE(summary(std::string_view(std::string(10'000'000, ' ') + "x")) == "x");
+}
 
 TEST(AgentNotification, onlyTextsHaveASummary) {
   for (const char* json : {"null", "true", "12", "2.5", R"(["text"])", R"({"text":"text"})"}) {
@@ -413,8 +418,8 @@ const BodyCase claudeBodyCases[] = {
     {"aBlankInTheTag", "< cross-session-message>Hello", "< cross-session-message>Hello"},
     {"aNoBreakSpaceInTheTag", "<cross-session-message\u00A0a>Hello", "Hello"},
     {"onlyTheClosingTag", "Hello</cross-session-message>", "Hello</cross-session-message>"},
-    {"manyQuotes", "<cross-session-message " + repeated(1'000'000, "'") + ">Hello", "Hello"},
-    {"anOddNumberOfQuotes", "<cross-session-message " + repeated(999'999, "\"") + ">Hello",
+    {"manyQuotes", "<cross-session-message " + std::string(1'000'000, '\'') + ">Hello", "Hello"},
+    {"anOddNumberOfQuotes", "<cross-session-message " + std::string(999'999, '"') + ">Hello",
      std::nullopt},
 };
 class ClaudeBody : public testing::TestWithParam<BodyCase> {};
