@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Documentation/Pages.h"
@@ -67,6 +69,40 @@ TEST(ReadmeExamples, transcriptsAreWhatHappens) {
       if (line.starts_with("$ ")) replayed += line + "\n" + person.sees(line.substr(2));
     }
     EXPECT_EQ(replayed, transcript.text + "\n");
+  }
+}
+
+/// The lines of what the demonstration prints, each without its time of day.
+std::vector<std::string> demonstrated(const std::string& output) {
+  constexpr std::string_view mark = "  Corvane   | ";
+  std::vector<std::string> lines;
+  for (const std::string& line : CorvaneTests::linesOf(output)) {
+    lines.push_back(line.starts_with(mark) ? HeadlessCorvane::withoutTimes(line.substr(mark.size()))
+                                           : line);
+  }
+  return lines;
+}
+
+// The page leaves out what it marks with "...", and nothing else.
+TEST(ReadmeExamples, theDemonstrationPrintsWhatIsShown) {
+  const std::vector<Block> excerpts = blocksOf("text demo");
+  ASSERT_EQ(excerpts.size(), 1U);
+  const std::string build = std::filesystem::path(CORVANECTL).parent_path() / "../..";
+  const Ended ended = CorvaneTests::run(CORVANE_SOURCE_DIR "/Scripts/demo",
+                                        {.environment = {{"CORVANE_DEMO_BUILD", build}}});
+  ASSERT_EQ(ended.status, 0) << ended.errors;
+  const std::vector<std::string> printed = demonstrated(ended.output);
+
+  auto place = printed.begin();
+  bool isGap = true;
+  for (const std::string& line : demonstrated(excerpts[0].text)) {
+    if (line == "...") {
+      isGap = true;
+      continue;
+    }
+    if (std::exchange(isGap, false)) place = std::find(place, printed.end(), line);
+    ASSERT_NE(place, printed.end()) << "is not printed here: " << line;
+    ASSERT_EQ(*place++, line);
   }
 }
 
