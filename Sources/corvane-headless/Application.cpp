@@ -32,8 +32,10 @@ std::string sessionOf(const ControlRequest& request) {
          (request.session ? "" : request.cwd.value_or(""));
 }
 
-bool isSameCall(const ControlRequest& left, const ControlRequest& right) {
-  return left.toolCall && left.toolCall == right.toolCall && sessionOf(left) == sessionOf(right);
+/// What tells the tool calls of all sessions apart; absent when the agent did not say.
+std::optional<std::string> callOf(const ControlRequest& request) {
+  if (!request.toolCall) return std::nullopt;
+  return sessionOf(request) + "\n" + *request.toolCall;
 }
 
 std::string counted(std::int64_t count, const std::string& what) {
@@ -204,7 +206,7 @@ void Application::progress(const ControlRequest& request) {
     case AgentActivity::ended:
       turns_.end(session);
       console_.log(agentOf(request) + " has ended in " + placeOf(request) + ".");
-      settleElsewhere(request);
+      sessionEnded(request);
       break;
   }
 }
@@ -291,9 +293,10 @@ void Application::settle(const Card& card, const std::optional<PermissionReply>&
     response.approval = reply->approval;
     outcome = std::string(verdict(*reply, card.request.permission->action)).append(how) + ", " +
               card.agent + ": ";
-    if (reply->answer == PermissionAnswer::allowed && card.request.toolCall) {
+    const auto call = callOf(card.request);
+    if (call && reply->answer == PermissionAnswer::allowed) {
       if (allowed_.size() == mostAllowed) allowed_.pop_front();
-      allowed_.push_back(card.request);
+      allowed_.push_back(*call);
     }
   }
   console_.log(outcome + card.what);
@@ -311,37 +314,45 @@ Application::Card Application::removed(std::size_t index) {
 void Application::settleFirst(const std::optional<PermissionReply>& reply) {
   const Card card = removed(0);
   settle(card, reply, {});
-  const bool isLast = std::ranges::none_of(cards_, [&](const Card& other) {
-    return sessionOf(other.request) == sessionOf(card.request);
-  });
-  if (reply && isLast) clearMarksOf(card.request);
+  if (reply) clearMarksUnlessAsked(card.request);
   showFirst();
 }
 
 void Application::settleElsewhere(const ControlRequest& report) {
-  const bool hasEnded = report.activity == AgentActivity::ended;
+  const auto call = callOf(report);
   // The tool call that was just finished may be one that was allowed here; an equal one that still
   // waits is another then.
-  const auto known = std::ranges::find_if(
-      allowed_, [&](const ControlRequest& request) { return isSameCall(request, report); });
-  if (!hasEnded && known != allowed_.end()) {
+  const auto known = call ? std::ranges::find(allowed_, *call) : allowed_.end();
+  if (known != allowed_.end()) {
     allowed_.erase(known);
     return;
   }
-  for (std::size_t index = 0; index < cards_.size();) {
-    const ControlRequest& request = cards_[index].request;
-    const bool isOver = hasEnded ? request.session && sessionOf(request) == sessionOf(report)
-                                 : isSameCall(request, report);
-    if (!isOver) {
-      ++index;
-      continue;
-    }
-    const Card card = removed(index);
-    console_.log("Settled without you, " + card.agent + ": " + card.what);
-    clients_.answer(card.connection, accepted());
-    if (!hasEnded) break;
+  const auto isOver = [&](const Card& card) { return call && callOf(card.request) == call; };
+  const auto place = std::ranges::find_if(cards_, isOver);
+  if (place == cards_.end()) return;
+  settleWithoutUser(static_cast<std::size_t>(place - cards_.begin()));
+  clearMarksUnlessAsked(report);
+  showFirst();
+}
+
+void Application::sessionEnded(const ControlRequest& report) {
+  if (!report.session) return;
+  for (std::size_t index = cards_.size(); index-- > 0;) {
+    if (sessionOf(cards_[index].request) == sessionOf(report)) settleWithoutUser(index);
   }
   showFirst();
+}
+
+void Application::settleWithoutUser(std::size_t index) {
+  const Card card = removed(index);
+  console_.log("Settled without you, " + card.agent + ": " + card.what);
+  clients_.answer(card.connection, accepted());
+}
+
+void Application::clearMarksUnlessAsked(const ControlRequest& request) {
+  const bool asks = std::ranges::any_of(
+      cards_, [&](const Card& card) { return sessionOf(card.request) == sessionOf(request); });
+  if (!asks) clearMarksOf(request);
 }
 
 void Application::disconnected(ConnectionID connection) {

@@ -80,6 +80,7 @@ class Application {
   void attend(const ControlRequest& request);
   void clearMark(std::size_t position);
   void clearMarksOf(const ControlRequest& request);
+  void clearMarksUnlessAsked(const ControlRequest& request);
   std::string placeOf(const ControlRequest& request) const;
 
   void permission(ConnectionID connection, const ControlRequest& request);
@@ -89,7 +90,10 @@ class Application {
   Card removed(std::size_t index);
   /// Settles the card that is shown, and shows the next one.
   void settleFirst(const std::optional<PermissionReply>& reply);
+  /// A tool call is finished: the card that asked for it was answered at the agent.
   void settleElsewhere(const ControlRequest& report);
+  void sessionEnded(const ControlRequest& report);
+  void settleWithoutUser(std::size_t index);
   void showFirst();
   void drawFirst();
 
@@ -99,8 +103,8 @@ class Application {
   Clients& clients_;
   Turns turns_{};
   std::deque<Card> cards_{};
-  std::optional<CardDialog> dialog_{};    // about the first card
-  std::deque<ControlRequest> allowed_{};  // that are not reported as done yet
+  std::optional<CardDialog> dialog_{};  // about the first card
+  std::deque<std::string> allowed_{};   // tool calls that are not reported as finished yet
 };
 
 }  // namespace CorvaneControl::Headless

@@ -255,6 +255,7 @@ TEST(Console, withdrawsACardThatWasAnsweredAtTheAgent) {
   other.ask(progress(R"("activity":"working","toolCall":"c1")"));
   EXPECT_EQ(agent.line(), R"({"ok":true})");
   EXPECT_TRUE(console.waitFor("Settled without you, Claude: Run ls"));
+  EXPECT_EQ(other.ask(R"({"command":"current"})")->find("attention"), std::string::npos);
 }
 
 TEST(Console, keepsACardWhenAnEqualCallThatWasAllowedIsDone) {
@@ -349,6 +350,29 @@ TEST(Console, endsWhileACardWaits) {
   console.process.signal(SIGINT);
   EXPECT_FALSE(agent.line());
   EXPECT_EQ(console.process.wait().status, 0);
+}
+
+TEST(Console, goesOnAsAJobInTheBackground) {
+  TemporaryFolder folder;
+  PseudoTerminal terminal;
+  const std::string socket = folder.path("s");
+  ChildOptions options = HeadlessCorvane::served({}, socket);
+  // An interactive shell: it has the terminal until it is told to bring the job to the front.
+  options.arguments = {"-c", R"(set -m; "$0" --socket "$1" & read -r line; fg)", CORVANE_HEADLESS,
+                       socket};
+  ChildProcess shell("/bin/sh", terminal.lentTo(std::move(options)));
+  ASSERT_TRUE(terminal.waitFor("Serving"));
+  ControlClient agent(socket);
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(terminal.waitFor("[a] allow"));
+  EXPECT_TRUE(ControlClient(socket).ask(R"({"command":"list"})"));
+  terminal.type("a\n");  // goes to the shell
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(100)));
+  terminal.type("a\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  terminal.type("\x03");
+  EXPECT_TRUE(terminal.waitFor("Stopped."));
+  shell.wait();
 }
 
 struct ColourCase {
