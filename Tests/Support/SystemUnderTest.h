@@ -36,24 +36,33 @@ inline constexpr bool canBoundMemory = true;
 inline constexpr bool canBoundMemory = false;
 #endif
 
-/// The read time-out, in seconds, of the lowest descriptor that another process opened; absent
-/// where the system does not let one look.
-inline std::optional<long> readTimeout(pid_t process) {
+/// The read time-out, in seconds, of another process's socket, told from those that it inherited by
+/// its write time-out; absent where the system does not let one look.
+inline std::optional<long> readTimeout(pid_t process, long writeTimeout) {
 #ifdef __linux__
   const auto handle = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
   if (handle < 0) return std::nullopt;
-  const auto socket = static_cast<int>(::syscall(SYS_pidfd_getfd, handle, 3, 0));
+  std::optional<long> found;
+  for (int number = 3; number < 64 && !found; ++number) {
+    const auto socket = static_cast<int>(::syscall(SYS_pidfd_getfd, handle, number, 0));
+    if (socket < 0) continue;
+    timeval read{};
+    timeval write{};
+    socklen_t size = sizeof read;
+    if (::getsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &read, &size) == 0 &&
+        ::getsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &write, &size) == 0 &&
+        write.tv_sec == writeTimeout) {
+      found = read.tv_sec;
+    }
+    ::close(socket);
+  }
   ::close(handle);
-  if (socket < 0) return std::nullopt;
-  timeval value{};
-  socklen_t size = sizeof value;
-  const bool known = ::getsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &value, &size) == 0;
-  ::close(socket);
-  if (known) return static_cast<long>(value.tv_sec);
+  return found;
 #else
   static_cast<void>(process);
-#endif
+  static_cast<void>(writeTimeout);
   return std::nullopt;
+#endif
 }
 
 }  // namespace CorvaneTests

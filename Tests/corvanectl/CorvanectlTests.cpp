@@ -272,7 +272,7 @@ TEST_P(ReadTimeOut, isChosenByTheCommand) {
   });
   ChildProcess child(corvanectl(), against(peer.path(), GetParam().words));
   asked.get_future().wait();
-  const auto seconds = readTimeout(child.pid());
+  const auto seconds = readTimeout(child.pid(), 5);
   looked.set_value();
   child.wait();
   if (!seconds) GTEST_SKIP() << "this system does not show another process's sockets";

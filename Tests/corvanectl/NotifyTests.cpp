@@ -174,7 +174,7 @@ TEST_P(Wait, dependsOnTheCard) {
   });
   ChildProcess child(corvanectl(), hook(peer.path(), GetParam().input, GetParam().agent));
   waitFor(asked, child);
-  const auto seconds = readTimeout(child.pid());
+  const auto seconds = readTimeout(child.pid(), 5);
   looked.set_value();
   expectSilence(child.wait());
   if (!seconds) GTEST_SKIP() << "this system does not show another process's sockets";
