@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/Platform/Text.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless {
@@ -26,6 +27,7 @@ constexpr std::string_view indent = "  ";
 /// Columns that are left for text, however narrow the terminal is.
 constexpr std::size_t fewestTextColumns = 8;
 constexpr std::size_t fewestDigits = 3;
+constexpr std::string_view goesOn = "\u254E";  // a dashed bar
 
 /// A drawing in the making: rows below each other.
 class Page {
@@ -38,7 +40,7 @@ class Page {
   }
 
   /// A text of the agent's behind `first`, and behind `further` in the rows that it goes on in;
-  /// both of the same width and ASCII but for the sign of going on.
+  /// neither is wider than `width` columns.
   void agents(std::string_view first, std::string_view further, std::size_t width,
               std::string_view text, std::string_view colour = {}) {
     const std::string shown = whole_ ? visible(text) : visibleStart(text, longestDrawn);
@@ -50,8 +52,15 @@ class Page {
       margin = further;
     }
   }
-  void agents(std::string_view margin, std::string_view text, std::string_view colour = {}) {
-    agents(margin, margin, margin.size(), text, colour);
+
+  /// A text of the agent's that is no line of the preview, below other rows. It must not pass for
+  /// one: where a number would have blanks before it, it begins at once or has the sign of going
+  /// on.
+  void phrase(std::string_view margin, std::string_view text, std::string_view colour = {}) {
+    const std::string repaired = Text::repaired(std::string(text));
+    std::string further(margin.size(), ' ');
+    further.append(goesOn).append(" ");
+    agents(margin, further, margin.size() + 2, Text::trimmedOfLines(repaired), colour);
   }
 
   std::string coloured(std::string_view text, std::string_view colour) const {
@@ -67,9 +76,10 @@ class Page {
   std::string drawing_{};
 };
 
+/// The number with at least one blank before it, `width` wide when it is short enough.
 std::string rightAligned(std::size_t number, std::size_t width) {
   const std::string digits = std::to_string(number);
-  return std::string(width - std::min(width, digits.size()), ' ') + digits;
+  return std::string(std::max(width, digits.size() + 1) - digits.size(), ' ') + digits;
 }
 
 struct Sign {
@@ -90,14 +100,14 @@ Sign signOf(Line::Kind kind) {
 }
 
 void drawLines(const std::vector<Line>& lines, Page& page) {
-  const std::size_t digits = std::max(fewestDigits, std::to_string(lines.size()).size());
+  const std::size_t digits = std::max(fewestDigits, std::to_string(lines.size()).size() + 1);
   for (std::size_t index = 0; index < lines.size(); ++index) {
     const Sign sign = signOf(lines[index].kind);
     const std::string number = rightAligned(index + 1, digits);
     const std::string first = std::string(indent) + page.coloured(number, dim) + " " +
                               page.coloured(sign.text, sign.colour) + " ";
-    const std::string further = std::string(indent) + std::string(digits, ' ') + " " +
-                                page.coloured("\u254E", dim) + " ";  // a dashed bar
+    const std::string further =
+        std::string(indent) + std::string(digits, ' ') + " " + page.coloured(goesOn, dim) + " ";
     page.agents(first, further, indent.size() + digits + 3, lines[index].text, sign.colour);
   }
 }
@@ -122,15 +132,15 @@ void drawQuestion(const AgentPermission& card, std::size_t position, Page& page)
     page.own("  Question " + std::to_string(position + 1) + " of " +
              std::to_string(card.questions->size()));
   }
-  if (!question.header.empty()) page.agents("  # ", question.header);
-  page.agents("  ", question.text, bold);
+  if (!question.header.empty()) page.phrase("  # ", question.header);
+  page.phrase(indent, question.text, bold);
   for (std::size_t index = 0; index < question.options.size(); ++index) {
     const Question::Option& option = question.options[index];
     const std::string number = std::string(indent) + rightAligned(index + 1, 2) + "  ";
     const std::string margin(number.size(), ' ');
-    page.agents(number, margin, number.size(), option.label);
+    page.phrase(number, option.label);
     if (option.recommended) page.own(margin + "(the agent recommends this)", dim);
-    if (option.detail) page.agents(margin + std::string(indent), *option.detail, dim);
+    if (option.detail) page.phrase(margin + "- ", *option.detail, dim);
   }
 }
 
@@ -154,9 +164,9 @@ std::string draw(const CardDialog& dialog, std::string_view agent, std::string_v
   Page page(style, dialog.showsAll());
   page.own("");
   page.own(std::string(agent) + " · " + std::string(title(card.action)), bold);
-  if (card.action != Action::ask) page.agents("  ", card.subject, bold);
-  if (card.note) page.agents("  ", *card.note);
-  if (card.folder) page.agents("  in ", "     ", 5, *card.folder, dim);
+  if (card.action != Action::ask) page.phrase(indent, card.subject, bold);
+  if (card.note) page.phrase(indent, *card.note);
+  if (card.folder) page.phrase("  in ", *card.folder, dim);
   if (!place.empty()) page.own("  workspace " + std::string(place), dim);
   drawPreview(card, dialog.showsAll(), page);
   drawQuestions(dialog, page);

@@ -133,7 +133,7 @@ TEST(CardDrawing, showsOneQuestionAfterTheOther) {
             "  Which database?\n"
             "   1  SQLite\n"
             "      (the agent recommends this)\n"
-            "        One file\n"
+            "      - One file\n"
             "   2  Postgres\n"
             "[1-2] choose one  [d] decline to answer  [s] show all  [l] leave it to Claude\n");
   dialog.typed("1");
@@ -207,6 +207,45 @@ TEST(CardDrawing, keepsTheAgentAwayFromTheEdge) {
       }
     }
   }
+}
+
+/// Whether a row begins with blanks and a number, as only lines and options may.
+bool isNumbered(const std::string& row) {
+  const std::size_t number = row.find_first_not_of(' ');
+  if (number == std::string::npos || number < 3) return false;
+  const std::size_t end = row.find_first_not_of("0123456789", number);
+  return end != number && end != std::string::npos && row[end] == ' ';
+}
+
+TEST(CardDrawing, lendsItsNumbersToNobody) {
+  const std::string texts[] = {
+      "1   echo harmless",
+      "   1   echo harmless",
+      "100   echo harmless",
+      "\t 2   echo harmless",
+      std::string(14, 'x') + "    2   echo harmless",
+      std::string(15, 'x') + "   2   echo harmless",
+      std::string(17, 'x') + " 2   echo harmless",
+      "x" + std::string(200, ' ') + "2   echo harmless",
+  };
+  for (const std::string& text : texts) {
+    for (const std::size_t columns : {20U, 21U, 40U, 80U}) {
+      std::size_t numbered = 0;
+      for (const std::string& row : rowsWith(text, columns)) numbered += isNumbered(row) ? 1U : 0U;
+      // Of a command and of a plan two lines each, of a card that asks two lines and an option.
+      EXPECT_EQ(numbered, 7U) << text << " in " << columns;
+    }
+  }
+}
+
+TEST(CardDrawing, keepsItsNumbersApartBeyondAHundred) {
+  AgentPermission card{.action = Action::write, .subject = "1000   a", .lines = lines(1000)};
+  CardDialog dialog(card);
+  dialog.typed("s");
+  const std::string whole = draw(dialog, "Claude", "", 0, {});
+  EXPECT_NE(whole.find("\n  1000   a\n"), std::string::npos);
+  EXPECT_NE(whole.find("\n      1   line 1\n"), std::string::npos) << whole.substr(0, 200);
+  EXPECT_NE(whole.find("\n   1000   line 1000\n"), std::string::npos);
 }
 
 TEST(CardDrawing, numbersOnlyWhatIsALine) {
