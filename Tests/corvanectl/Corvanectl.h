@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -36,8 +38,36 @@ inline Ended exchange(std::vector<std::string> words, ScriptedPeer::Script scrip
   return ended;
 }
 
+/// Feeds a call its input until it has asked.
+inline void waitFor(std::promise<void>& asked, ChildProcess& child) {
+  const auto future = asked.get_future();
+  while (future.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready) {
+    ASSERT_TRUE(child.running());
+  }
+}
+
 inline ScriptedPeer::Script sending(std::string bytes) {
   return [bytes = std::move(bytes)](Conversation& talk) { talk.send(bytes); };
+}
+
+/// The read time-out, in seconds, of a call that has asked and waits for its answer, which it does
+/// not get. `call` gives the call for a socket; how it ended comes back in `ended`. Absent where
+/// the system does not let one look.
+template <class Call>
+std::optional<long> readTimeoutOf(const Call& call, Ended& ended) {
+  const TemporaryFolder folder;
+  std::promise<void> asked;
+  std::promise<void> looked;
+  ScriptedPeer peer(folder.path("s"), [&](Conversation&) {
+    asked.set_value();
+    looked.get_future().wait();
+  });
+  ChildProcess child(corvanectl(), call(peer.path()));
+  waitFor(asked, child);
+  const auto seconds = readTimeout(child.pid(), 5);
+  looked.set_value();
+  ended = child.wait();
+  return seconds;
 }
 
 inline std::string contents(const std::filesystem::path& path) {

@@ -48,14 +48,6 @@ ChildOptions hook(const std::string& socket, std::string input, std::string agen
   return options;
 }
 
-/// Feeds the child until it has asked.
-void waitFor(std::promise<void>& asked, ChildProcess& child) {
-  const auto future = asked.get_future();
-  while (future.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready) {
-    ASSERT_TRUE(child.running());
-  }
-}
-
 void expectSilence(const Ended& ended) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.output, "");
@@ -165,18 +157,11 @@ const WaitCase waitCases[] = {
 };
 class Wait : public testing::TestWithParam<WaitCase> {};
 TEST_P(Wait, dependsOnTheCard) {
-  const TemporaryFolder folder;
-  std::promise<void> asked;
-  std::promise<void> looked;
-  ScriptedPeer peer(folder.path("s"), [&](Conversation&) {
-    asked.set_value();
-    looked.get_future().wait();
-  });
-  ChildProcess child(corvanectl(), hook(peer.path(), GetParam().input, GetParam().agent));
-  waitFor(asked, child);
-  const auto seconds = readTimeout(child.pid(), 5);
-  looked.set_value();
-  expectSilence(child.wait());
+  Ended ended;
+  const auto seconds = readTimeoutOf(
+      [](const std::string& socket) { return hook(socket, GetParam().input, GetParam().agent); },
+      ended);
+  expectSilence(ended);
   if (!seconds) GTEST_SKIP() << "this system does not show another process's sockets";
   EXPECT_EQ(seconds, GetParam().seconds);
 }

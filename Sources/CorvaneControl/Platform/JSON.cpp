@@ -21,56 +21,26 @@ constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 }  // namespace
 
-Value Value::ofBoolean(bool value) {
-  Value result;
-  result.type_ = Type::boolean;
-  result.scalar_.boolean = value;
-  return result;
-}
+Value Value::ofBoolean(bool value) { return {Type::boolean, {.boolean = value}}; }
 
-Value Value::ofInteger(std::int64_t value) {
-  Value result;
-  result.type_ = Type::integer;
-  result.scalar_.integer = value;
-  return result;
-}
+Value Value::ofInteger(std::int64_t value) { return {Type::integer, {.integer = value}}; }
 
 Value Value::ofUnsignedInteger(std::uint64_t value) {
-  Value result;
-  result.type_ = Type::unsignedInteger;
-  result.scalar_.unsignedInteger = value;
-  return result;
+  return {Type::unsignedInteger, {.unsignedInteger = value}};
 }
 
-Value Value::ofReal(double value) {
-  Value result;
-  result.type_ = Type::real;
-  result.scalar_.real = value;
-  return result;
-}
+Value Value::ofReal(double value) { return {Type::real, {.real = value}}; }
 
 Value Value::ofString(std::string_view text) {
-  Value result;
-  result.type_ = Type::string;
-  result.scalar_.text = text.data();
-  result.size_ = text.size();
-  return result;
+  return {Type::string, {.text = text.data()}, text.size()};
 }
 
 Value Value::ofArray(std::span<const Value> elements) {
-  Value result;
-  result.type_ = Type::array;
-  result.scalar_.elements = elements.data();
-  result.size_ = elements.size();
-  return result;
+  return {Type::array, {.elements = elements.data()}, elements.size()};
 }
 
 Value Value::ofObject(std::span<const Member> members) {
-  Value result;
-  result.type_ = Type::object;
-  result.scalar_.members = members.data();
-  result.size_ = members.size();
-  return result;
+  return {Type::object, {.members = members.data()}, members.size()};
 }
 
 std::optional<std::string_view> Value::asString() const {

@@ -81,6 +81,9 @@ class Value {
     const Member* members;
   };
 
+  Value(Type type, Scalar scalar, std::size_t size = 0)
+      : scalar_(scalar), size_(size), type_(type) {}
+
   Scalar scalar_{};
   std::size_t size_ = 0;
   Type type_ = Type::null;
