@@ -163,7 +163,9 @@ std::optional<std::string> commandSummary(const JSON::Value& input) {
   if (!std::ranges::all_of(words, [](const auto& word) { return word.asString().has_value(); })) {
     return std::nullopt;
   }
-  // Every word that is not blank is a character at least, so few words make a whole summary.
+  // Few words make a whole summary: no two of the spaces between them share a character. (A word
+  // may have none of its own, being joined to the space before or behind it.)
+  constexpr std::size_t enoughWords = summaryCharacters + 2;
   std::string joined;
   std::size_t count = 0;
   for (const JSON::Value& word : words) {
@@ -171,7 +173,7 @@ std::optional<std::string> commandSummary(const JSON::Value& input) {
     if (text.empty()) continue;
     if (count > 0) joined += ' ';
     joined += text;
-    if (++count > summaryCharacters) break;
+    if (++count == enoughWords) break;
   }
   return shortened(std::move(joined));
 }

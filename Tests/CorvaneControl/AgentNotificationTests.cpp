@@ -585,6 +585,10 @@ const ApprovalCase approvalCases[] = {
      "Needs your approval: b"},
     {"accentsAsWords", R"({"tool_input":{"command":[)" + repeated(200, "\"\u0301\",") + "\"b\"]}}",
      "Needs your approval: \u0301" + repeated(118, " \u0301") + "…"},
+    // The number sign joins the space behind it, the accents those before them.
+    {"wordsThatShareTheirCharacters",
+     R"({"tool_input":{"command":["\u0600",)" + repeated(120, "\"\u0301\",") + "\"b\"]}}",
+     "Needs your approval: \u0600" + repeated(119, " \u0301") + "…"},
     {"aCommandThatIsANumber", R"({"tool_name":"Bash","tool_input":{"command":1}})",
      "Needs your approval for Bash"},
     {"aCommandThatIsAnObject", R"({"tool_name":"Bash","tool_input":{"command":{"a":"b"}}})",
