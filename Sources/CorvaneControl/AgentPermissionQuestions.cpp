@@ -90,11 +90,14 @@ std::optional<std::string_view> withoutBlankEnds(std::string_view text) {
 /// A plan's first line without its heading mark and its Markdown.
 std::string planTitle(std::string_view line) {
   // Beyond what the Markdown reader looks at, text stays as it is; of that, enough is left to tell
-  // whether the title is too long.
+  // whether the title is too long, unless there is much white space around it.
   constexpr std::size_t mostRead = 32768 + Card::mostCharacters + 2;
   const auto heading = line.substr(Patterns::indentedHeadingMark(line));
-  const auto plain = Markdown::plainText(Text::prefix(heading, mostRead));
-  return Card::shortened({Text::trimmed(plain)});
+  const auto read = Text::prefix(heading, mostRead);
+  bool cut = false;
+  auto title = Card::shortened({Text::trimmed(Markdown::plainText(read))}, &cut);
+  if (cut || read.size() == heading.size()) return title;
+  return Card::shortened({Text::trimmed(Markdown::plainText(heading))});
 }
 
 }  // namespace

@@ -360,6 +360,22 @@ TEST(Plan, hasASubjectEvenWhenMarksFillTheBeginning) {
   }
 }
 
+TEST(Plan, hasASubjectBehindALotOfWhiteSpace) {
+  for (const std::size_t blanks : {32'767U, 33'169U, 33'170U, 33'171U, 100'000U}) {
+    const Parsed input(object({{"plan", std::string(blanks, ' ') + "Title  \nb"}}));
+    const auto card = Permission::plan(*input, std::nullopt);
+    ASSERT_TRUE(card);
+    EXPECT_EQ(card->subject, "Title") << blanks;
+  }
+}
+
+TEST(Plan, hasASubjectAroundALotOfWhiteSpace) {
+  const Parsed input(object({{"plan", "# a" + std::string(100'000, ' ') + "b"}}));
+  const auto card = Permission::plan(*input, std::nullopt);
+  ASSERT_TRUE(card);
+  EXPECT_EQ(card->subject, "a" + std::string(399, ' ') + "…");
+}
+
 TEST(Steps, areNumberedLines) {
   const Permission card{.lines = lines({" 1. a", " 2) b", "    10. c", " \t3. d", " 1.e", " 1 . f",
                                         " a 1. g", " 4.", " 5. ", " - h", " ", " ٣. i", "+6. j"})};
