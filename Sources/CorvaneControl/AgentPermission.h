@@ -104,7 +104,8 @@ struct AgentPermission {
 
   /// Identifies a tool call among others: 64-bit FNV-1a over the tool's name, a zero byte, and the
   /// input's compact JSON with sorted keys and "\/"; in lower-case hexadecimal without leading
-  /// zeros. Absent when `input` is null or neither object nor array.
+  /// zeros. Absent when `input` is null or neither object nor array. Of "AskUserQuestion" only the
+  /// questions count; of "ExitPlanMode" nothing, so that all plans are one call.
   static std::optional<std::string> fingerprint(std::string_view tool, const JSON::Value* input);
 
   /// The display rows that the lines need: one for an empty line, else one for each `columns`

@@ -86,10 +86,15 @@ std::optional<std::string> chosenLabels(const std::vector<std::int64_t>& choice,
   return labels;
 }
 
+bool asksOrPlans(const ControlRequest& request) {
+  if (!request.permission) return false;
+  const auto action = request.permission->action;
+  return action == Action::ask || action == Action::plan;
+}
+
 /// Whether the reply to this answer needs the agent's hook input.
 bool returnsInput(const ControlResponse& response, const ControlRequest& request) {
-  if (response.decision != PermissionAnswer::allowed || !request.permission) return false;
-  return request.permission->action == Action::ask || request.permission->action == Action::plan;
+  return response.decision == PermissionAnswer::allowed && asksOrPlans(request);
 }
 
 }  // namespace
@@ -132,9 +137,9 @@ std::optional<std::string> ControlResponse::hookOutput(const ControlRequest& req
   if (!decision) return std::nullopt;
   if (!returnsInput(*this, request)) {
     const auto agent = request.agent ? std::string_view(*request.agent) : "";
-    const auto action = request.permission ? request.permission->action : Action::run;
-    const bool refusesToReply = action == Action::ask || action == Action::plan;
-    if (refusesToReply) return HookReply::refusal(agent, refusalMessage(action));
+    if (asksOrPlans(request)) {
+      return HookReply::refusal(agent, refusalMessage(request.permission->action));
+    }
     return HookReply::hookOutput(*decision, agent);
   }
 
