@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,6 +65,9 @@ bool StandardInput::readAll() {
     if (count == 0) return true;
     if (count > 0) {
       size_ += static_cast<std::size_t>(count);
+    } else if (errno == EAGAIN) {  // somebody else made it non-blocking
+      pollfd readable{STDIN_FILENO, POLLIN, 0};
+      ::poll(&readable, 1, -1);
     } else if (errno != EINTR) {
       return false;
     }

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -18,6 +19,7 @@
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/JSON.h"
 #include "Corvanectl.h"
+#include "Support/PseudoTerminal.h"
 
 namespace CorvaneTests {
 namespace {
@@ -329,6 +331,41 @@ TEST(Notify, readsWhateverKindOfStandardInputThereIs) {
   fromSocket.given = {{0, sockets[0]}};
   EXPECT_EQ(run(corvanectl(), fromSocket).output, allow);
   ::close(sockets[0]);
+}
+
+TEST(Notify, waitsForInputOnAPipeThatSomebodyElseMadeNonBlocking) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true,\"decision\":\"allowed\"}\n"));
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  for (const int end : pipe) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  ::fcntl(pipe[0], F_SETFL, O_NONBLOCK);
+  const std::string_view start = std::string_view(permission).substr(0, 40);
+  const std::string_view rest = std::string_view(permission).substr(start.size());
+  ASSERT_EQ(::write(pipe[1], start.data(), start.size()), static_cast<ssize_t>(start.size()));
+  ChildOptions options = against(peer.path(), {"notify", "--agent", "claude"});
+  options.given = {{0, pipe[0]}};
+  ChildProcess child(corvanectl(), options);
+  // Once it has read the start, it finds nothing for a while.
+  for (int left = 1; left > 0;) {
+    ASSERT_TRUE(child.running());
+    ASSERT_EQ(::ioctl(pipe[0], FIONREAD, &left), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_EQ(::write(pipe[1], rest.data(), rest.size()), static_cast<ssize_t>(rest.size()));
+  for (const int end : pipe) ::close(end);
+  EXPECT_EQ(child.wait().output, allow);
+}
+
+TEST(Notify, readsNothingFromATerminal) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true,\"decision\":\"allowed\"}\n"));
+  const PseudoTerminal terminal;
+  terminal.type(permission + "\n");
+  terminal.typeEndOfInput();
+  expectSilence(
+      run(corvanectl(), terminal.lentTo(against(peer.path(), {"notify", "--agent", "claude"}))));
+  EXPECT_TRUE(peer.requests().empty());
 }
 
 TEST(Notify, inputThatIsNoneIsSilent) {
