@@ -196,7 +196,7 @@ TEST(ControlProtocol, everyFieldOfAWorkspaceSummary) {
       {"windows",
        true,
        {"2", "0", "-1", "9223372036854775807", "-9223372036854775808"},
-       with(notIntegers, {"9223372036854775808", "18446744073709551616"})},
+       with(notIntegers, {"9223372036854775808", "-9223372036854775809", "18446744073709551616"})},
       {"project", false, {"\"/tmp/w\""}, notStrings},
       {"attention", false, {attention}, with(notObjects, {"{}"})},
   });

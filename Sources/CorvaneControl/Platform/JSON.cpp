@@ -57,8 +57,9 @@ std::optional<std::int64_t> Value::asInteger() const {
   if (type_ == Type::integer) return scalar_.integer;
   if (type_ != Type::real) return std::nullopt;
   const double value = scalar_.real;
-  constexpr double limit = 9223372036854775808.0;  // 2^63, the first double out of range
-  if (!(value >= -limit && value < limit) || std::trunc(value) != value) return std::nullopt;
+  // 2^63: a double there may stand for a number that is out of range, at either end.
+  constexpr double limit = 9223372036854775808.0;
+  if (!(value > -limit && value < limit) || std::trunc(value) != value) return std::nullopt;
   return static_cast<std::int64_t>(value);
 }
 

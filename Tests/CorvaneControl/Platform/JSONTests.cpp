@@ -187,6 +187,8 @@ const IntegerCase integerCases[] = {
     {"largest", "9223372036854775807", std::numeric_limits<std::int64_t>::max()},
     {"oneMore", "9223372036854775808", std::nullopt},
     {"oneMoreAsAReal", "9223372036854775808.0", std::nullopt},
+    {"oneLess", "-9223372036854775809", std::nullopt},
+    {"oneLessAsAReal", "-9223372036854775809.0", std::nullopt},
     {"notWhole", "3.5", std::nullopt},
     {"boolean", "true", std::nullopt},
     {"string", "\"3\"", std::nullopt},
