@@ -54,6 +54,7 @@ class Value {
   std::optional<std::string_view> asString() const;
   std::optional<bool> asBoolean() const;
   /// A number whose value is an integer within 64 signed bits, however it is written (3, 3.0, 3e0).
+  /// The ends of that range themselves only without fraction and exponent.
   std::optional<std::int64_t> asInteger() const;
   /// The number as a double; 0 for every other type. Integers beyond 2^53 are rounded.
   double asReal() const;
