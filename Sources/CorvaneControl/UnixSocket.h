@@ -62,7 +62,7 @@ Result<int, Failure> listen(std::string_view path, int backlog);
 /// time value is a programming error that ends the process.
 void configure(int descriptor, double readTimeout, double writeTimeout);
 
-/// Whether the other end runs as the same (effective) user as this process.
+/// Whether the other end runs (effectively) as the user that this process belongs to.
 bool peerIsCurrentUser(int descriptor);
 
 /// Writes every byte; false at any failure, an expired time-out included. The connection stays
