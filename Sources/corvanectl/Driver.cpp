@@ -45,6 +45,9 @@ template <class... Functions>
 struct Overloaded : Functions... {
   using Functions::operator()...;
 };
+// Clang before 17 does not deduce these itself.
+template <class... Functions>
+Overloaded(Functions...) -> Overloaded<Functions...>;
 
 /// Seconds to wait for the answer to a permission card: the user may take almost ten minutes.
 constexpr double permissionTimeout = 590;

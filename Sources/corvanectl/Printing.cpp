@@ -17,6 +17,7 @@ namespace {
 /// One line for each workspace: the mark of the active one, the name, the windows, the shortcut.
 std::string table(const std::vector<WorkspaceSummary>& workspaces) {
   std::vector<std::size_t> widths;
+  widths.reserve(workspaces.size());
   for (const WorkspaceSummary& workspace : workspaces) {
     widths.push_back(CorvaneControl::Text::characters(workspace.name));
   }
