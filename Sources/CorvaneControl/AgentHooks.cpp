@@ -12,7 +12,6 @@ namespace AgentHooks {
 namespace {
 
 struct Description {
-  std::string_view name;
   std::string_view file;
   std::string_view bundleID;
   std::span<const std::string_view> events;
@@ -27,9 +26,9 @@ constexpr std::string_view cursorEvents[] = {"stop", "beforeSubmitPrompt", "post
 
 /// In the order of the enumeration.
 constexpr Description descriptions[] = {
-    {"claude", "settings.json", "com.anthropic.claudefordesktop", claudeEvents},
-    {"codex", "hooks.json", "com.openai.codex", codexEvents},
-    {"cursor", "hooks.json", "com.todesktop.230313mzl4w4u92", cursorEvents},
+    {"settings.json", "com.anthropic.claudefordesktop", claudeEvents},
+    {"hooks.json", "com.openai.codex", codexEvents},
+    {"hooks.json", "com.todesktop.230313mzl4w4u92", cursorEvents},
 };
 
 const Description& describe(Agent agent) { return descriptions[static_cast<std::size_t>(agent)]; }
@@ -37,7 +36,7 @@ const Description& describe(Agent agent) { return descriptions[static_cast<std::
 /// Cursor's events hold handlers; those of the others hold groups, which hold handlers.
 bool hasGroups(Agent agent) { return agent != Agent::cursor; }
 
-std::string arguments(Agent agent) { return " notify --agent " + std::string(name(agent)); }
+std::string arguments(Agent agent) { return " notify --agent " + std::string(wireName(agent)); }
 
 bool isBlank(std::string_view text) { return Text::trimmedOfLines(text).empty(); }
 
@@ -163,15 +162,7 @@ bool eventHoldsEntry(const OrderedJSON::Array& event, Agent agent) {
 
 }  // namespace
 
-std::string_view name(Agent agent) { return describe(agent).name; }
-
-std::optional<Agent> agent(std::string_view name) {
-  const auto found = std::ranges::find(descriptions, name, &Description::name);
-  if (found == std::end(descriptions)) return std::nullopt;
-  return allCases.at(static_cast<std::size_t>(found - std::begin(descriptions)));
-}
-
-std::string folder(Agent agent) { return "." + std::string(name(agent)); }
+std::string folder(Agent agent) { return "." + std::string(wireName(agent)); }
 std::string_view file(Agent agent) { return describe(agent).file; }
 std::string_view bundleID(Agent agent) { return describe(agent).bundleID; }
 std::span<const std::string_view> events(Agent agent) { return describe(agent).events; }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/OrderedJSON.h"
 #include "CorvaneControl/Platform/Files.h"
 #include "CorvaneControl/Platform/System.h"
@@ -23,13 +23,6 @@ namespace CorvaneControl {
 /// afterwards.
 namespace AgentHooks {
 
-enum class Agent : std::uint8_t { claude, codex, cursor };
-inline constexpr std::array allCases = {Agent::claude, Agent::codex, Agent::cursor};
-
-/// "claude", "codex" or "cursor".
-std::string_view name(Agent agent);
-/// The agent of that name; absent for every other text.
-std::optional<Agent> agent(std::string_view name);
 /// The agent's folder in the user's home: ".claude".
 std::string folder(Agent agent);
 /// The file in that folder that holds the hooks: "settings.json".
@@ -84,7 +77,7 @@ Result<State, Problem> state(std::string_view text, Agent agent, std::string_vie
 
 /// One agent's settings on disk, in the home folder of a user.
 struct AgentHookFile {
-  AgentHooks::Agent agent{};
+  Agent agent{};
   /// The user's own by default; "/" for a user who has none.
   std::string home = System::homeFolder().value_or("/");
 

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
-#include "CorvaneControl/Platform/Patterns.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {

@@ -3,8 +3,8 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/AgentPermissionLines.h"
+#include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
-#include "CorvaneControl/Platform/Patterns.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl {

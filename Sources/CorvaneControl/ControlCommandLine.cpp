@@ -76,13 +76,6 @@ bool isOneOf(std::string_view word, std::initializer_list<std::string_view> word
   return std::ranges::find(words, word) != words.end();
 }
 
-std::optional<Command> commandNamed(std::string_view name) {
-  for (const auto& entry : wireNames(Command{})) {
-    if (entry.name == name) return entry.value;
-  }
-  return std::nullopt;
-}
-
 std::optional<std::string> value(const std::map<std::string, std::string>& flags,
                                  const char* option) {
   const auto found = flags.find(option);
@@ -114,12 +107,9 @@ Parsed progressRequest(std::string agent, AgentProgress progress, std::optional<
 Parsed attentionRequest(std::string agent, AgentNotification::Event event,
                         const std::map<std::string, std::string>& flags, const Process& process) {
   if (const auto name = value(flags, "--kind")) {
-    const auto kinds = wireNames(AttentionKind{});
-    const auto* const kind = std::ranges::find(kinds, *name, &WireName<AttentionKind>::name);
-    if (kind == kinds.end()) {
-      return Usage{"--kind is needs-input or done, not " + *name + "."};
-    }
-    event.kind = kind->value;
+    const auto kind = wireValue<AttentionKind>(*name);
+    if (!kind) return Usage{"--kind is needs-input or done, not " + *name + "."};
+    event.kind = *kind;
   }
   ControlRequest request = notifyRequest(std::move(agent), process);
   request.kind = event.kind;
@@ -160,7 +150,7 @@ Parsed parse(const std::vector<std::string>& arguments, const Process& process) 
 
   if (isOneOf(command, {"help", "--help", "-h"})) return Help{};
   if (isOneOf(command, {"version", "-v", "--version"})) return Version{};
-  const auto known = commandNamed(command);
+  const auto known = wireValue<Command>(command);
   if (!known) return Usage{"Unknown command: " + command};
 
   ControlRequest request;

@@ -167,9 +167,9 @@ struct Decoder {
   template <Enumeration Type>
   bool read(const JSON::Value& json, Type& value) {
     const auto string = json.asString();
-    for (const auto& entry : wireNames(Type{})) {
-      if (string != entry.name) continue;
-      value = entry.value;
+    const auto named = string ? wireValue<Type>(*string) : std::nullopt;
+    if (named) {
+      value = *named;
       return true;
     }
     std::string names;

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "CorvaneControl/AgentPermission.h"
-#include "CorvaneControl/Platform/Date.h"
+#include "CorvaneControl/Date.h"
 #include "CorvaneControl/Platform/JSON.h"
-#include "CorvaneControl/Platform/UUID.h"
 #include "CorvaneControl/Record.h"
 #include "CorvaneControl/Result.h"
+#include "CorvaneControl/UUID.h"
 
 /// The records of the control socket and their form in JSON. All are plain values, compared field
 /// by field; their JSON keys are what `fields` lists. An absent field is left out of the object and

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 namespace CorvaneControl {
@@ -34,6 +35,16 @@ constexpr std::string_view wireName(Enumeration value) {
     if (entry.value == value) return entry.name;
   }
   return {};
+}
+
+/// The value of an enumeration that travels as `name`, compared byte for byte; absent for every
+/// other text.
+template <class Enumeration>
+constexpr std::optional<Enumeration> wireValue(std::string_view name) {
+  for (const auto& entry : wireNames(Enumeration{})) {
+    if (entry.name == name) return entry.value;
+  }
+  return std::nullopt;
 }
 
 }  // namespace CorvaneControl

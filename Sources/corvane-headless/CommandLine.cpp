@@ -162,7 +162,7 @@ std::optional<Parsed> understand(Words& words, Hooks& hooks, bool& hasAction) {
     hasAction = true;
     return std::nullopt;
   }
-  if (const auto agent = AgentHooks::agent(words.word())) {
+  if (const auto agent = wireValue<Agent>(words.word())) {
     if (std::ranges::find(hooks.agents, *agent) == hooks.agents.end()) {
       hooks.agents.push_back(*agent);
     }

@@ -34,9 +34,9 @@ struct Hooks {
   enum class Action : std::uint8_t { status, add, remove, show };
 
   Action action = Action::status;
-  std::vector<AgentHooks::Agent> agents{};  ///< As named, each once; empty: all.
-  std::optional<std::string> home{};        ///< Absent: the user's own.
-  std::optional<std::string> tool{};        ///< Absent: the corvanectl beside this program.
+  std::vector<Agent> agents{};        ///< As named, each once; empty: all.
+  std::optional<std::string> home{};  ///< Absent: the user's own.
+  std::optional<std::string> tool{};  ///< Absent: the corvanectl beside this program.
   bool operator==(const Hooks&) const = default;
 };
 

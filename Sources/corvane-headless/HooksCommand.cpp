@@ -18,7 +18,6 @@ namespace CorvaneControl::Headless {
 namespace {
 
 using Action = CommandLine::Hooks::Action;
-using Agent = AgentHooks::Agent;
 using Found = Result<AgentHooks::State, AgentHookFile::Failure>;
 
 std::string_view text(AgentHooks::State state) {
@@ -67,7 +66,7 @@ class HooksCommand {
       : options_(options), tool_(tool) {
     const auto add = [&](Agent agent) { files_.push_back({.agent = agent, .home = home}); };
     if (options.agents.empty()) {
-      std::ranges::for_each(AgentHooks::allCases, add);
+      std::ranges::for_each(allAgents, add);
     } else {
       std::ranges::for_each(options.agents, add);
     }
@@ -93,7 +92,7 @@ class HooksCommand {
 
  private:
   void say(const AgentHookFile& file, std::string_view what) {
-    report_.output.append(AgentHooks::name(file.agent)).append(": ").append(what).append("\n");
+    report_.output.append(wireName(file.agent)).append(": ").append(what).append("\n");
   }
   void complain(std::string message) {
     report_.messages.push_back(std::move(message));
@@ -105,7 +104,7 @@ class HooksCommand {
     for (const AgentHookFile& file : files_) {
       const Found state = file.state(tool_);
       if (!state) complain(describe(file, state.failure()));
-      rows.push_back({std::string(AgentHooks::name(file.agent)), file.isSetUp() ? "yes" : "no",
+      rows.push_back({std::string(wireName(file.agent)), file.isSetUp() ? "yes" : "no",
                       file.displayPath(), std::string(state ? text(*state) : "unknown")});
     }
     report_.output = table(rows);

@@ -29,11 +29,14 @@
 namespace {
 
 namespace AgentHooks = CorvaneControl::AgentHooks;
-using AgentHooks::Agent;
 using AgentHooks::Problem;
 using AgentHooks::State;
+using CorvaneControl::Agent;
 using CorvaneControl::AgentHookFile;
+using CorvaneControl::allAgents;
 using CorvaneControl::OrderedJSON;
+using CorvaneControl::wireName;
+using CorvaneControl::wireValue;
 using CorvaneTests::HookWalk;
 using CorvaneTests::RandomJSON;
 using CorvaneTests::ScriptedCalls;
@@ -71,23 +74,23 @@ TEST(AgentHooks, describesEachAgent) {
     const auto events = AgentHooks::events(agent);
     return Events(events.begin(), events.end());
   };
-  EXPECT_EQ(AgentHooks::allCases, (std::array{Agent::claude, Agent::codex, Agent::cursor}));
+  EXPECT_EQ(allAgents, (std::array{Agent::claude, Agent::codex, Agent::cursor}));
 
-  EXPECT_EQ(AgentHooks::name(Agent::claude), "claude");
+  EXPECT_EQ(wireName(Agent::claude), "claude");
   EXPECT_EQ(AgentHooks::folder(Agent::claude), ".claude");
   EXPECT_EQ(AgentHooks::file(Agent::claude), "settings.json");
   EXPECT_EQ(AgentHooks::bundleID(Agent::claude), "com.anthropic.claudefordesktop");
   EXPECT_EQ(eventsOf(Agent::claude), (Events{"Notification", "PermissionRequest", "Stop",
                                              "UserPromptSubmit", "PostToolUse", "SessionEnd"}));
 
-  EXPECT_EQ(AgentHooks::name(Agent::codex), "codex");
+  EXPECT_EQ(wireName(Agent::codex), "codex");
   EXPECT_EQ(AgentHooks::folder(Agent::codex), ".codex");
   EXPECT_EQ(AgentHooks::file(Agent::codex), "hooks.json");
   EXPECT_EQ(AgentHooks::bundleID(Agent::codex), "com.openai.codex");
   EXPECT_EQ(eventsOf(Agent::codex),
             (Events{"PermissionRequest", "Stop", "UserPromptSubmit", "PostToolUse", "SessionEnd"}));
 
-  EXPECT_EQ(AgentHooks::name(Agent::cursor), "cursor");
+  EXPECT_EQ(wireName(Agent::cursor), "cursor");
   EXPECT_EQ(AgentHooks::folder(Agent::cursor), ".cursor");
   EXPECT_EQ(AgentHooks::file(Agent::cursor), "hooks.json");
   EXPECT_EQ(AgentHooks::bundleID(Agent::cursor), "com.todesktop.230313mzl4w4u92");
@@ -96,11 +99,11 @@ TEST(AgentHooks, describesEachAgent) {
 }
 
 TEST(AgentHooks, findsAnAgentByItsNameOnly) {
-  for (const Agent agent : AgentHooks::allCases) {
-    EXPECT_EQ(AgentHooks::agent(AgentHooks::name(agent)), agent);
+  for (const Agent agent : allAgents) {
+    EXPECT_EQ(wireValue<Agent>(wireName(agent)), agent);
   }
   for (const char* other : {"", "Claude", "claude ", "aider"}) {
-    EXPECT_EQ(AgentHooks::agent(other), std::nullopt) << other;
+    EXPECT_EQ(wireValue<Agent>(other), std::nullopt) << other;
   }
 }
 
@@ -335,7 +338,7 @@ std::optional<std::string> event(std::string_view settings, std::string_view nam
 void checkEvent(const EventCase& row, Agent agent, std::string_view name) {
   const auto whole = [&](const std::optional<std::string>& text) -> std::optional<std::string> {
     if (!text) return std::nullopt;
-    return tidied(expanded(*text, AgentHooks::name(agent)));
+    return tidied(expanded(*text, wireName(agent)));
   };
   const std::string settings =
       "{\"hooks\":{\"" + std::string(name) + "\":" + *whole(row.before) + "}}";
@@ -564,16 +567,16 @@ const ProblemCase problemCases[] = {
 };
 class Problems : public testing::TestWithParam<ProblemCase> {};
 TEST_P(Problems, areTheSameWhateverIsAsked) {
-  for (const Agent agent : AgentHooks::allCases) {
+  for (const Agent agent : allAgents) {
     if (GetParam().onlyFor && agent != *GetParam().onlyFor) continue;
     const auto added = AgentHooks::adding(GetParam().text, agent, tool);
-    ASSERT_FALSE(added) << AgentHooks::name(agent);
+    ASSERT_FALSE(added) << wireName(agent);
     EXPECT_EQ(added.failure(), GetParam().problem);
     const auto removed = AgentHooks::removing(GetParam().text, agent);
-    ASSERT_FALSE(removed) << AgentHooks::name(agent);
+    ASSERT_FALSE(removed) << wireName(agent);
     EXPECT_EQ(removed.failure(), GetParam().problem);
     const auto state = AgentHooks::state(GetParam().text, agent, tool);
-    ASSERT_FALSE(state) << AgentHooks::name(agent);
+    ASSERT_FALSE(state) << wireName(agent);
     EXPECT_EQ(state.failure(), GetParam().problem);
   }
 }
@@ -638,7 +641,7 @@ class RandomSettings {
   }
 
   OrderedJSON handler() {
-    const std::string end = " notify --agent " + std::string(AgentHooks::name(agent_));
+    const std::string end = " notify --agent " + std::string(wireName(agent_));
     OrderedJSON::Object members;
     if (random_.oneIn(2))
       members.push_back({"timeout", OrderedJSON(OrderedJSON::Number{random_.number()})});
@@ -665,9 +668,7 @@ class Property : public testing::TestWithParam<Agent> {
       check(text);
     }
   }
-  HookWalk walk(std::string_view text) const {
-    return {parsed(text), AgentHooks::name(GetParam())};
-  }
+  HookWalk walk(std::string_view text) const { return {parsed(text), wireName(GetParam())}; }
 };
 
 TEST_P(Property, addingTwiceIsAddingOnce) {
@@ -698,7 +699,7 @@ TEST_P(Property, everyEventHasOneCurrentEntry) {
       // The event alone: an earlier one of the same name is nobody's.
       OrderedJSON alone = parsed(R"({"hooks":{}})");
       alone.find("hooks")->set(name, *root.find("hooks")->find(name));
-      const auto ours = HookWalk(alone, AgentHooks::name(GetParam())).ours();
+      const auto ours = HookWalk(alone, wireName(GetParam())).ours();
       ASSERT_EQ(ours.size(), 1U) << name;
       ASSERT_EQ(*parsed(ours.front().handler).find("command")->string(), current);
     }
@@ -742,15 +743,15 @@ TEST_P(Property, everythingBesideTheHooksStaysAsItWas) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(AgentHooks, Property, testing::ValuesIn(AgentHooks::allCases),
-                         [](const auto& row) { return std::string(AgentHooks::name(row.param)); });
+INSTANTIATE_TEST_SUITE_P(AgentHooks, Property, testing::ValuesIn(allAgents),
+                         [](const auto& row) { return std::string(wireName(row.param)); });
 
 // Files
 
 /// A home folder that all agents are set up in.
 struct Home {
   Home() {
-    for (const Agent agent : AgentHooks::allCases) {
+    for (const Agent agent : allAgents) {
       std::filesystem::create_directory(folder.path(AgentHooks::folder(agent)));
     }
   }
@@ -814,7 +815,7 @@ TEST(AgentHookFile, aMissingFileIsMadeForItsOwnerAlone) {
 }
 
 TEST(AgentHookFile, theStateFollowsTheFile) {
-  for (const Agent agent : AgentHooks::allCases) {
+  for (const Agent agent : allAgents) {
     const Home home;
     const AgentHookFile file = home.file(agent);
     const auto is = [&](State expected, std::string_view toolPath = tool) {

@@ -5,8 +5,8 @@
 #include <ostream>
 #include <random>
 
+#include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
-#include "CorvaneControl/Platform/Patterns.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {

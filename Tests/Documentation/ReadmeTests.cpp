@@ -25,7 +25,7 @@ TEST(Readme, showsTheUsageText) {
   EXPECT_EQ(std::ranges::count(blocks, ControlCommandLine::usage, &Block::text), 1);
 }
 
-class ReadmeHooks : public testing::TestWithParam<AgentHooks::Agent> {};
+class ReadmeHooks : public testing::TestWithParam<Agent> {};
 
 TEST_P(ReadmeHooks, areWhatWouldBeAddedToAnEmptyFile) {
   const std::vector<Block> blocks = Markdown(CorvaneTests::page(path)).blocks;
@@ -57,8 +57,8 @@ TEST_P(ReadmeHooks, areAllInTheTableOfWhatBecomesOfThem) {
   EXPECT_EQ(named, expected);
 }
 
-constexpr auto named = [](const auto& info) { return std::string(AgentHooks::name(info.param)); };
-INSTANTIATE_TEST_SUITE_P(, ReadmeHooks, testing::ValuesIn(AgentHooks::allCases), named);
+constexpr auto named = [](const auto& info) { return std::string(wireName(info.param)); };
+INSTANTIATE_TEST_SUITE_P(, ReadmeHooks, testing::ValuesIn(allAgents), named);
 
 }  // namespace
 }  // namespace CorvaneControl

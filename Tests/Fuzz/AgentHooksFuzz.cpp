@@ -11,7 +11,10 @@
 #include "Fuzz/Input.h"
 #include "Support/HookWalk.h"
 
+using CorvaneControl::Agent;
+using CorvaneControl::allAgents;
 using CorvaneControl::OrderedJSON;
+using CorvaneControl::wireName;
 using CorvaneTests::HookWalk;
 namespace AgentHooks = CorvaneControl::AgentHooks;
 
@@ -21,13 +24,13 @@ void require(bool promise) {
   if (!promise) std::abort();
 }
 
-HookWalk walk(std::string_view text, AgentHooks::Agent agent) {
+HookWalk walk(std::string_view text, Agent agent) {
   const auto root = OrderedJSON::parse(text);
-  return {root ? *root : OrderedJSON(), AgentHooks::name(agent)};
+  return {root ? *root : OrderedJSON(), wireName(agent)};
 }
 
-void checkRefusal(std::string_view text, const AgentHooks::Problem& problem,
-                  AgentHooks::Agent agent, std::string_view tool) {
+void checkRefusal(std::string_view text, const AgentHooks::Problem& problem, Agent agent,
+                  std::string_view tool) {
   require(!problem.line ||
           (*problem.line >= 1 && *problem.line <= 1 + std::ranges::count(text, '\n')));
   const auto removed = AgentHooks::removing(text, agent);
@@ -36,13 +39,13 @@ void checkRefusal(std::string_view text, const AgentHooks::Problem& problem,
   require(!state && state.failure() == problem);
 }
 
-void requireState(AgentHooks::State expected, std::string_view text, AgentHooks::Agent agent,
+void requireState(AgentHooks::State expected, std::string_view text, Agent agent,
                   std::string_view tool) {
   const auto state = AgentHooks::state(text, agent, tool);
   require(state && *state == expected);
 }
 
-void checkAdded(std::string_view before, const std::string& added, AgentHooks::Agent agent,
+void checkAdded(std::string_view before, const std::string& added, Agent agent,
                 std::string_view tool) {
   const auto again = AgentHooks::adding(added, agent, tool);
   require(again && *again == added);
@@ -50,7 +53,7 @@ void checkAdded(std::string_view before, const std::string& added, AgentHooks::A
   require(walk(added, agent).users() == walk(before, agent).users());
 }
 
-void checkRemoved(std::string_view before, AgentHooks::Agent agent, std::string_view tool) {
+void checkRemoved(std::string_view before, Agent agent, std::string_view tool) {
   const auto removed = AgentHooks::removing(before, agent);
   require(bool(removed));
   const auto again = AgentHooks::removing(*removed, agent);
@@ -66,7 +69,7 @@ void checkRemoved(std::string_view before, AgentHooks::Agent agent, std::string_
 /// agent, the others are the settings.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  const auto agent = AgentHooks::allCases.at(data[0] % AgentHooks::allCases.size());
+  const auto agent = allAgents.at(data[0] % allAgents.size());
   const CorvaneTests::Input input(data + 1, size - 1);
   const std::string_view text = input.text();
   // A unit is written once for every line and level, so a long one makes the output explode.

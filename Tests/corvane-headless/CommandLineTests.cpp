@@ -10,7 +10,6 @@
 namespace CorvaneControl::Headless {
 namespace {
 
-using AgentHooks::Agent;
 using CommandLine::Answering;
 using CommandLine::Hooks;
 using CommandLine::Serve;

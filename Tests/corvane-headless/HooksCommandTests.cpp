@@ -14,7 +14,7 @@
 namespace CorvaneTests {
 namespace {
 
-using CorvaneControl::AgentHooks::Agent;
+using CorvaneControl::Agent;
 
 /// A home folder with agents in it, and a tool for their hooks.
 class Home {

@@ -1,4 +1,4 @@
-#include "CorvaneControl/Platform/Patterns.h"
+#include "CorvaneControl/Patterns.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "CorvaneControl/Platform/UUID.h"
+#include "CorvaneControl/UUID.h"
 
 #include <gtest/gtest.h>
 

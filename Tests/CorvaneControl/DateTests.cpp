@@ -1,4 +1,4 @@
-#include "CorvaneControl/Platform/Date.h"
+#include "CorvaneControl/Date.h"
 
 #include <gtest/gtest.h>
 
