@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -262,6 +263,8 @@ void drive(std::span<char*> words) {
   if (!isNotify) act(words, false);
   // A reply that nobody reads must not end the hook with a signal.
   std::signal(SIGPIPE, SIG_IGN);
+  // Where memory is so short that not even an exception finds room.
+  std::set_terminate([] { end(ExitStatus::success); });
   try {
     act(words, true);
   } catch (...) {
