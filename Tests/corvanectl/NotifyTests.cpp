@@ -547,5 +547,30 @@ TEST(Notify, runningOutOfMemoryIsSilent) {
   EXPECT_TRUE(peer.requests().empty());
 }
 
+TEST(Notify, runningOutOfMemoryWithinMarkdownIsSilent) {
+  if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
+  std::string message;
+  while (message.size() < 30'000) message += " *a";  // reading it takes megabytes
+  ChildOptions options =
+      hook(peer.path(),
+           R"({"hook_event_name":"Stop","cwd":"/w","last_assistant_message":")" + message + "\"}");
+  bool starts = false;  // with less memory than it takes to start, the system ends it
+  for (rlim_t limit = rlim_t{1} << 20; limit <= rlim_t{24} << 20; limit += rlim_t{128} << 10) {
+    SCOPED_TRACE(limit);
+    options.beforeExec = [limit] {
+      const rlimit bound{limit, limit};
+      ::setrlimit(RLIMIT_AS, &bound);
+    };
+    const Ended ended = run(corvanectl(), options);
+    EXPECT_NE(ended.signal, SIGABRT) << ended.errors;
+    starts = starts || ended.status == 0;
+    if (starts) expectSilence(ended);
+  }
+  EXPECT_TRUE(starts);
+  EXPECT_FALSE(peer.requests().empty());  // the last of them had all that it needs
+}
+
 }  // namespace
 }  // namespace CorvaneTests

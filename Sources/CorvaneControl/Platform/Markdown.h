@@ -13,7 +13,8 @@ namespace CorvaneControl::Markdown {
 ///
 /// Only the first 32,768 bytes (cut at a character) are read as Markdown, what follows is appended
 /// as it is: hostile input costs the reader more than linear time. `line` is valid UTF-8; should a
-/// CR or LF be in it, it and what follows are appended as they are, too.
+/// CR or LF be in it, it and what follows are appended as they are, too. Throws only
+/// std::bad_alloc.
 std::string plainText(std::string_view line);
 
 }  // namespace CorvaneControl::Markdown

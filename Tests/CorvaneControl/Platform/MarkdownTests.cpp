@@ -3,8 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <string_view>
+
+#include <sys/resource.h>
+
+#include "Support/SystemUnderTest.h"
 
 namespace {
 
@@ -259,7 +265,44 @@ TEST(MarkdownHostile, cutAtEveryByteIsStillRead) {
   const std::string line = "*a* [b](c) `d` ~~e~~ <f@g.h> &amp; \\* ![i](j) <k l='m'>\u00E9 **n";
   for (std::size_t size = 0; size <= line.size(); ++size) {
     const std::string text = line.substr(0, size);
-    EXPECT_LE(plainText(text).size(), 3 * text.size());  // a cut scalar becomes U+FFFD
+    EXPECT_LE(plainText(text).size(), 3 * text.size());  // no more than a NUL would give
+  }
+}
+
+/// Reads a line with all the memory there is, then with none to be had, then again: in a process of
+/// its own, which ends with 0 when that went well.
+void runOutOfMemory(std::string_view piece) {
+  const std::string line = repeated(piece, limit / piece.size());
+  rlimit bound{};
+  ::getrlimit(RLIMIT_AS, &bound);
+  const rlim_t all = bound.rlim_cur;
+  bound.rlim_cur = 1;
+  ::setrlimit(RLIMIT_AS, &bound);
+  bool threw = false;
+  try {
+    plainText(line);
+  } catch (const std::bad_alloc&) {
+    threw = true;
+  }
+  bound.rlim_cur = all;
+  ::setrlimit(RLIMIT_AS, &bound);
+  std::exit(threw && plainText(line) == plainText(line) && plainText("~~*a*~~") == "a" ? 0 : 1);
+}
+
+TEST(MarkdownMemory, runningOutOfItIsAnExceptionAndNoHarm) {
+  if (!CorvaneTests::canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
+  for (const std::string_view piece : {" *a", "[a](", "~~a ", "`a", "<a>"}) {
+    SCOPED_TRACE(piece);
+    EXPECT_EXIT(runOutOfMemory(piece), testing::ExitedWithCode(0), "");
+  }
+}
+
+TEST(MarkdownMemory, linesOfEverySizeFit) {
+  // On both sides of what stands ready for a short line, and of each block that is added to it.
+  std::string line;
+  for (std::size_t count = 0; count < 3'000; ++count) {
+    line += "*a* ";
+    EXPECT_EQ(plainText(line), repeated("a ", count + 1));
   }
 }
 
