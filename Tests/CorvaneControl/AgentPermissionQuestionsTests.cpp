@@ -287,6 +287,7 @@ const PlanCase planCases[] = {
     {"hasAMarkAndASpaceAlone", "# ", planned("", {"# "})},
     {"hasAHeadingInAHeading", "# # H", planned("# H", {"# # H"})},
     {"hasAListAtItsHead", "1. a\n2. b", planned("1. a", {"1. a", "2. b"}), 2},
+    {"hasACarriageReturnBeforeAMark", "a\rb *c*\nd", planned("a\rb c", {"a\rb *c*", "d"})},
     {"hasOnlyMarks", "# ** **", planned("** **", {"# ** **"})},
     {"hasASubjectOf400Characters", "# " + repeated(accented, 400),
      planned(repeated(accented, 400), {"# " + repeated(accented, 400)})},

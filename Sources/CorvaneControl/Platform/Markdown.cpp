@@ -42,6 +42,10 @@ bool isSpecial(char character) {
   }
 }
 
+/// What the library reads instead of a carriage return, at which it would end the line: white space
+/// that nobody writes.
+constexpr std::string_view carriageReturn = "\f\v\f";
+
 /// In front of a line, it keeps every block from starting while emphasis still sees white space.
 constexpr std::string_view noBreakSpace = "\xC2\xA0";
 
@@ -93,7 +97,8 @@ class Arena {
   /// Where to go when memory runs out.
   [[noreturn]] void leave() { siglongjmp(outOfMemory, 1); }
 
-  sigjmp_buf outOfMemory{};  ///< Set by `read`, whose frame is there as long as the library works.
+  sigjmp_buf outOfMemory{};  ///< Set by `appendReading`, whose frame is there as long as the
+                             ///< library works.
 
  private:
   struct alignas(std::max_align_t) Header {
@@ -157,7 +162,7 @@ void* reallocateForGood(void* memory, std::size_t size) {
 
 /// The start of `line` that is read as Markdown: one line, not too long, whole characters.
 std::string_view readable(std::string_view line) {
-  line = line.substr(0, std::min(line.find('\r'), line.find('\n')));
+  line = line.substr(0, line.find('\n'));
   if (line.size() <= longestMarkdown) return line;
   std::size_t size = longestMarkdown;
   while (size > 0 && (static_cast<unsigned char>(line[size]) & 0xC0U) == 0x80) --size;
@@ -167,8 +172,20 @@ std::string_view readable(std::string_view line) {
 }
 
 /// The start of `line` without the white space that ends it, which the library would drop.
-std::string_view withoutTrailingSpaces(std::string_view line) {
-  return line.substr(0, line.find_last_not_of(" \t\v\f") + 1);
+std::string_view withoutDroppedEnd(std::string_view line) {
+  return line.substr(0, line.find_last_not_of(" \t\v\f\r") + 1);
+}
+
+/// `text` with each `from` as `to`.
+std::string replaced(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  while (true) {
+    const auto at = text.find(from);
+    result += text.substr(0, at);
+    if (at == std::string_view::npos) return result;
+    result += to;
+    text.remove_prefix(at + from.size());
+  }
 }
 
 void attachStrikethrough(cmark_parser* parser) {
@@ -198,7 +215,7 @@ void appendText(cmark_node* document, std::string& text) {
 
 /// Appends what `line` says; false when memory ran out. The jump ends here and passes over nothing
 /// that has a destructor: `text` and the arena are the caller's.
-bool read(std::string_view line, std::string& text) {
+bool appendReading(std::string_view line, std::string& text) {
   if (sigsetjmp(arena->outOfMemory, 0) != 0) return false;
   appendText(parsed(line), text);
   return true;
@@ -207,14 +224,18 @@ bool read(std::string_view line, std::string& text) {
 }  // namespace
 
 std::string plainText(std::string_view line) {
-  const std::string_view head = withoutTrailingSpaces(readable(line));
+  const std::string_view head = withoutDroppedEnd(readable(line));
   if (std::ranges::none_of(head, isSpecial)) return std::string(line);
+  const bool hasReturns = head.find('\r') != std::string_view::npos;
+  const std::string replacing = hasReturns ? replaced(head, "\r", carriageReturn) : std::string();
+  const std::string_view read = hasReturns ? replacing : head;
   std::string result;
   result.reserve(noBreakSpace.size() + line.size());
-  Arena own(head.size());
+  Arena own(read.size());
   arena = &own;
-  if (!read(head, result)) throw std::bad_alloc();
+  if (!appendReading(read, result)) throw std::bad_alloc();
   result.erase(0, noBreakSpace.size());
+  if (hasReturns) result = replaced(result, carriageReturn, "\r");
   return result += line.substr(head.size());
 }
 

@@ -12,8 +12,8 @@ namespace CorvaneControl::Markdown {
 /// recognised: a leading "- ", "# " or "> " is plain text.
 ///
 /// Only the first 32,768 bytes (cut at a character) are read as Markdown, what follows is appended
-/// as it is: hostile input costs the reader more than linear time. `line` is valid UTF-8; should a
-/// CR or LF be in it, it and what follows are appended as they are, too. Throws only
+/// as it is: hostile input costs the reader more than linear time. `line` is valid UTF-8; should an
+/// LF be in it, it and what follows are appended as they are, too. A CR is white space. Throws only
 /// std::bad_alloc.
 std::string plainText(std::string_view line);
 

@@ -131,7 +131,20 @@ const MarkdownCase inlineCases[] = {
     {"aNul", std::string("a\0*b*", 5), "a\uFFFDb"},
     {"smartPunctuationStays", "\"a\" -- 'b'... *c*", "\"a\" -- 'b'... c"},
     {"aLineFeedEndsTheReading", "*a*\n# *b*", "a\n# *b*"},
-    {"aCarriageReturnEndsTheReading", "*a*\r- *b*", "a\r- *b*"},
+    {"aCarriageReturnDoesNotEndTheReading", "*a*\r- *b*", "a\r- b"},
+    {"carriageReturnsInARow", "*a*\r\r\r*b*", "a\r\r\rb"},
+    {"carriageReturnsAtTheEnds", "\r\r*a*\r \r", "\r\ra\r \r"},
+    {"carriageReturnWithinEmphasis", "*a\rb*", "a\rb"},
+    {"carriageReturnThatClosesNoEmphasis", "*a\r* b", "*a\r* b"},
+    {"carriageReturnInACodeSpan", "`a\rb`", "a\rb"},
+    {"carriageReturnBeforeALinksTitle", "[a](b\r\"c\") *d*", "a d"},
+    {"carriageReturnInATag", "<a\rb='*c*'>*d*", "<a\rb='*c*'>d"},
+    {"carriageReturnBehindABackslash", "a\\\r*b*", "a\\\rb"},
+    {"carriageReturnBehindSpaces", "a  \r  *b*", "a  \r  b"},
+    {"carriageReturnsBesideOtherWhiteSpace", "*a*\f\r\v\f\r\rb", "a\f\r\v\f\r\rb"},
+    {"carriageReturnOfAnEntity", "a&#13;b", "a\rb"},
+    {"carriageReturnBeforeABlock", "a\r# *b*\r===\r> c", "a\r# b\r===\r> c"},
+    {"aLineFeedBehindACarriageReturnEndsTheReading", "*a*\r\n*b*", "a\r\n*b*"},
 };
 
 class MarkdownInline : public testing::TestWithParam<MarkdownCase> {};
