@@ -6,6 +6,7 @@
 
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
+#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {
@@ -179,10 +180,10 @@ std::optional<std::string> commandSummary(const JSON::Value& input) {
 }
 
 std::optional<AgentPermission> card(std::string_view tool, const JSON::Value& input,
-                                    const std::optional<std::string>& cwd, bool isClaude) {
-  if (isClaude && tool == "AskUserQuestion") return AgentPermission::question(input, cwd);
-  if (isClaude && tool == "ExitPlanMode") return AgentPermission::plan(input, cwd);
-  return AgentPermission::parse(tool, input, cwd);
+                                    const AgentPermission::Folders& folders, bool isClaude) {
+  if (isClaude && tool == "AskUserQuestion") return AgentPermission::question(input, folders);
+  if (isClaude && tool == "ExitPlanMode") return AgentPermission::plan(input, folders);
+  return AgentPermission::parse(tool, input, folders);
 }
 
 std::string permissionMessage(std::string_view tool, const std::optional<AgentPermission>& card,
@@ -291,7 +292,7 @@ Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd
   const JSON::Value& toolInput = given == nullptr ? noInput : *given;
 
   Event event{.kind = AttentionKind::needsInput, .session = std::move(session)};
-  event.permission = card(tool, toolInput, cwd, isClaude);
+  event.permission = card(tool, toolInput, {cwd, System::homeFolder()}, isClaude);
   event.message = permissionMessage(tool, event.permission, input);
   event.toolCall = AgentPermission::fingerprint(tool, &toolInput);
   event.cwd = std::move(cwd);

@@ -4,9 +4,11 @@
 #include <charconv>
 #include <utility>
 
-#include "CorvaneControl/AgentPermissionLines.h"
-#include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/CardLines.h"
+#include "CorvaneControl/DisplayPath.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/ToolInput.h"
+#include "CorvaneControl/URL.h"
 
 namespace CorvaneControl {
 
@@ -14,8 +16,8 @@ namespace {
 
 using Action = AgentPermission::Action;
 using Kind = AgentPermission::Line::Kind;
-using Folder = std::optional<std::string_view>;
-using Card::LineList;
+using Folders = AgentPermission::Folders;
+using LineList = CardLines::List;
 
 /// A string that is not empty.
 std::optional<std::string_view> pathValue(const JSON::Value& input, std::string_view key) {
@@ -50,129 +52,15 @@ std::optional<std::string_view> commandValue(const JSON::Value& input, std::stri
   return storage;
 }
 
-/// The file name at the end of a path; slashes that follow it do not count. "/" itself for a path
-/// of nothing else.
-std::string_view lastComponent(std::string_view path) {
-  const auto last = path.find_last_not_of('/');
-  if (last == std::string_view::npos) return path.substr(0, 1);
-  const auto name = path.substr(0, last + 1);
-  const auto slash = name.rfind('/');
-  return slash == std::string_view::npos ? name : name.substr(slash + 1);
-}
-
-/// A path as seen from the working folder; with the home abbreviated when it lies elsewhere.
-std::string relativePath(std::string_view path, Folder cwd) {
-  if (cwd && path.starts_with(*cwd)) {
-    const auto rest = path.substr(cwd->size());
-    if (cwd->ends_with('/')) return std::string(rest);
-    if (rest.starts_with('/')) return std::string(rest.substr(1));
-  }
-  return Card::abbreviated(path);
-}
-
 /// "mcp__files__read__all" is the tool "read__all" of the server "files": "files · read__all".
 std::string displayName(std::string_view tool) {
   constexpr std::string_view mark = "mcp__";
   constexpr std::string_view separator = "__";
-  if (!tool.starts_with(mark)) return Card::shortened({tool});
+  if (!tool.starts_with(mark)) return CardLines::shortened(tool);
   const auto rest = tool.substr(mark.size());
   const auto end = rest.find(separator);
-  if (end == std::string_view::npos) return Card::shortened({tool});
-  return Card::shortened({rest.substr(0, end), " · ", rest.substr(end + separator.size())});
-}
-
-// The bytes that may stand in the parts of a URL (RFC 3986).
-
-bool isLetter(char byte) { return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z'); }
-bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
-bool isHexadecimal(char byte) {
-  return isDigit(byte) || (byte >= 'a' && byte <= 'f') || (byte >= 'A' && byte <= 'F');
-}
-
-/// Whether the text consists of the unreserved bytes, the sub-delimiters, percent escapes, and the
-/// bytes of `others`.
-bool isMadeOf(std::string_view text, std::string_view others) {
-  constexpr std::string_view marks = "-._~!$&'()*+,;=";
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const char byte = text[index];
-    if (byte == '%') {
-      if (text.size() - index < 3) return false;
-      if (!isHexadecimal(text[index + 1]) || !isHexadecimal(text[index + 2])) return false;
-      index += 2;
-    } else if (!isLetter(byte) && !isDigit(byte) && marks.find(byte) == std::string_view::npos &&
-               others.find(byte) == std::string_view::npos) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool isScheme(std::string_view text) {
-  return !text.empty() && isLetter(text.front()) && std::ranges::all_of(text, [](char byte) {
-    return isLetter(byte) || isDigit(byte) || byte == '+' || byte == '-' || byte == '.';
-  });
-}
-
-/// Takes off what stands before the first of the `marks`, or everything; the mark stays.
-std::string_view takeUntil(std::string_view& rest, std::string_view marks) {
-  const auto taken = rest.substr(0, rest.find_first_of(marks));
-  rest.remove_prefix(taken.size());
-  return taken;
-}
-
-/// What may stand between the brackets of a host: the digits of an IPv6 address.
-bool isAddress(std::string_view text) {
-  return std::ranges::count(text, ':') >= 2 && std::ranges::all_of(text, [](char byte) {
-           return isHexadecimal(byte) || byte == ':' || byte == '.';
-         });
-}
-
-/// The host of an authority, an IPv6 address with its brackets; empty when there is none, or when
-/// the authority is malformed.
-std::string_view hostOf(std::string_view authority) {
-  if (const auto at = authority.find('@'); at != std::string_view::npos) {
-    if (!isMadeOf(authority.substr(0, at), ":")) return {};
-    authority.remove_prefix(at + 1);
-  }
-  std::string_view host;
-  if (authority.starts_with('[')) {
-    const auto end = authority.find(']');
-    if (end == std::string_view::npos || !isAddress(authority.substr(1, end - 1))) return {};
-    host = authority.substr(0, end + 1);
-  } else {
-    host = authority.substr(0, authority.find(':'));
-    if (!isMadeOf(host, "")) return {};
-  }
-  const auto port = authority.substr(host.size());
-  if (port.empty()) return host;
-  return port.front() == ':' && std::ranges::all_of(port.substr(1), isDigit) ? host : "";
-}
-
-/// Where a page is: its host, and its path without a last slash, both as they are written.
-struct Place {
-  std::string_view host{};
-  std::string_view path{};
-};
-
-/// Absent for a text that is no URL or names no host.
-std::optional<Place> placeOf(std::string_view url) {
-  const auto scheme = takeUntil(url, ":/?#");
-  if (url.starts_with(':') && isScheme(scheme)) {
-    url.remove_prefix(1);
-  } else if (!scheme.empty()) {
-    return std::nullopt;
-  }
-  if (!url.starts_with("//")) return std::nullopt;
-  url.remove_prefix(2);
-
-  const auto host = hostOf(takeUntil(url, "/?#"));
-  auto path = takeUntil(url, "?#");
-  const auto query = takeUntil(url, "#");
-  const auto fragment = url.substr(url.empty() ? 0 : 1);
-  const bool valid = isMadeOf(path, ":@/") && isMadeOf(query, ":@/?") && isMadeOf(fragment, ":@/?");
-  if (host.empty() || !valid) return std::nullopt;
-  if (path.ends_with('/')) path.remove_suffix(1);
-  return Place{host, path};
+  if (end == std::string_view::npos) return CardLines::shortened(tool);
+  return CardLines::shortened({rest.substr(0, end), " · ", rest.substr(end + separator.size())});
 }
 
 // The cards of the tools. `input` is the tool's input; what every card has in common is `parse`'s.
@@ -191,14 +79,16 @@ AgentPermission cardOf(Action action, std::string subject, std::optional<std::st
   return card;
 }
 
+/// The first line of a text, trimmed; absent when that is empty, or when the member is no text.
 std::optional<std::string> sentenceOf(Input input, std::string_view key) {
-  const auto text = input.string(key);
-  return text ? Card::sentence(*text) : std::nullopt;
+  const auto line = Text::firstLine(input.string(key).value_or(""));
+  const auto words = line ? Text::trimmed(*line) : "";
+  return words.empty() ? std::nullopt : std::optional<std::string>(words);
 }
 
 /// The first line that is not blank, trimmed; empty when there is none.
 std::string_view firstWords(std::string_view text) {
-  Card::LineWalk walk(text);
+  CardLines::Walk walk(text);
   while (const auto line = walk.next()) {
     if (const auto words = Text::trimmed(*line); !words.empty()) return words;
   }
@@ -214,28 +104,28 @@ std::optional<AgentPermission> runCard(std::string_view tool, Input input) {
 
   auto note = sentenceOf(input, "description");
   if (!note && tool == "write_stdin") note = "Wants to type into a running command";
-  auto lines = LineList::cut();
+  LineList lines;
   lines.addText(*command, Kind::plain);
-  return cardOf(Action::run, Card::shortened({words}), std::move(note), std::move(lines));
+  return cardOf(Action::run, CardLines::shortened(words), std::move(note), std::move(lines));
 }
 
 /// The replacements of "MultiEdit", a separator between each two.
 void addEdits(Input input, LineList& lines) {
-  const auto* edits = input.array("edits");
-  if (!edits || !std::ranges::all_of(edits->elements(), &JSON::Value::isObject)) return;
-  for (const auto& edit : edits->elements()) {
-    const bool first = &edit == &edits->elements().front();
-    if (!first && !lines.add("⋯", Kind::plain)) return;
+  const auto edits = ToolInput::objects(input.find("edits"));
+  if (!edits) return;
+  for (const auto& edit : *edits) {
+    if (&edit != &edits->front() && !lines.add("⋯", Kind::plain)) return;
     if (!lines.addEdit(edit.find("old_string"), edit.find("new_string"))) return;
   }
 }
 
-std::optional<AgentPermission> fileCard(std::string_view tool, Input input, Folder cwd) {
+std::optional<AgentPermission> fileCard(std::string_view tool, Input input,
+                                        const Folders& folders) {
   auto path = pathValue(input, "file_path");
   if (!path) path = pathValue(input, "notebook_path");
   if (!path) return std::nullopt;
 
-  auto lines = LineList::cut();
+  LineList lines;
   if (tool == "Edit") {
     lines.addEdit(input.find("old_string"), input.find("new_string"));
   } else if (tool == "MultiEdit") {
@@ -245,17 +135,24 @@ std::optional<AgentPermission> fileCard(std::string_view tool, Input input, Fold
     lines.addText(content.value_or(""), Kind::added);
   }
   return cardOf(tool == "Write" ? Action::write : Action::edit,
-                Card::shortened({lastComponent(*path)}), relativePath(*path, cwd),
-                std::move(lines));
+                CardLines::shortened(DisplayPath::lastComponent(*path)),
+                DisplayPath::relative(*path, folders.cwd, folders.home), std::move(lines));
 }
 
-/// User, port, query and fragment of the URL are not in the subject, so that the place stands out.
+/// Host and path of a URL, without a last slash: user, port, query and fragment are left out, so
+/// that the place stands out. What is no URL, or names no host, stays as it is.
+std::string pageName(std::string_view text) {
+  const auto url = URL::parse(text);
+  if (!url) return CardLines::shortened(text);
+  const auto path = url->path.substr(0, url->path.size() - (url->path.ends_with('/') ? 1 : 0));
+  return CardLines::shortened({url->host, path});
+}
+
 std::optional<AgentPermission> fetchCard(Input input) {
   const auto url = pathValue(input, "url");
   if (!url) return std::nullopt;
-  const auto place = placeOf(*url);
-  auto subject = place ? Card::shortened({place->host, place->path}) : Card::shortened({*url});
-  auto lines = LineList::cut();
+  auto subject = pageName(*url);
+  LineList lines;
   lines.add(*url, Kind::plain);
   return cardOf(Action::fetch, std::move(subject), sentenceOf(input, "prompt"), std::move(lines));
 }
@@ -263,13 +160,13 @@ std::optional<AgentPermission> fetchCard(Input input) {
 std::optional<AgentPermission> searchCard(Input input) {
   const auto query = pathValue(input, "query");
   if (!query) return std::nullopt;
-  auto lines = LineList::cut();
+  LineList lines;
   lines.add(*query, Kind::plain);
-  return cardOf(Action::search, Card::shortened({*query}), std::nullopt, std::move(lines));
+  return cardOf(Action::search, CardLines::shortened(*query), std::nullopt, std::move(lines));
 }
 
 AgentPermission toolCard(std::string_view tool, Input input) {
-  auto lines = LineList::cut();
+  LineList lines;
   lines.addArguments(input);
   return cardOf(Action::tool, displayName(tool), sentenceOf(input, "reason"), std::move(lines));
 }
@@ -298,10 +195,17 @@ void addPatchLine(std::string_view line, LineList& lines) {
   }
 }
 
-std::optional<AgentPermission> patchCard(std::string_view text, Folder cwd, LineList lines) {
+/// The patch is what a command would be; older inputs have it under names of its own.
+std::optional<AgentPermission> patchCard(Input input, const Folders& folders) {
+  std::string storage;
+  auto text = commandValue(input, storage);
+  if (!text) text = input.string("input");
+  if (!text) text = input.string("patch");
+
+  LineList lines;
   std::string_view firstFile;
   std::size_t files = 0;
-  Card::LineWalk walk(text);
+  CardLines::Walk walk(text.value_or(""));
   while (const auto line = walk.next()) {  // to the end: also when no line fits, files are counted
     if (const auto file = patchedFile(*line)) {
       if (files == 0) firstFile = *file;
@@ -312,33 +216,23 @@ std::optional<AgentPermission> patchCard(std::string_view text, Folder cwd, Line
   }
   if (files == 0) return std::nullopt;
 
-  auto subject = std::string(lastComponent(firstFile));
+  const auto name = DisplayPath::lastComponent(firstFile);
   if (files == 1) {
-    return cardOf(Action::edit, std::move(subject), relativePath(firstFile, cwd), std::move(lines));
+    return cardOf(Action::edit, CardLines::shortened(name),
+                  DisplayPath::relative(firstFile, folders.cwd, folders.home), std::move(lines));
   }
-  subject += " and " + std::to_string(files - 1) + " more";
-  return cardOf(Action::edit, std::move(subject), "Edits " + std::to_string(files) + " files",
-                std::move(lines));
+  const auto others = std::to_string(files - 1);
+  return cardOf(Action::edit, CardLines::shortened({name, " and ", others, " more"}),
+                "Edits " + std::to_string(files) + " files", std::move(lines));
 }
 
-/// The patch is what a command would be; older inputs have it under names of its own.
-std::optional<AgentPermission> patchCard(Input input, Folder cwd) {
-  std::string storage;
-  auto text = commandValue(input, storage);
-  if (!text) text = input.string("input");
-  if (!text) text = input.string("patch");
-  if (!text) return std::nullopt;
-  auto card = patchCard(*text, cwd, LineList::cut());
-  if (card) card->subject = Card::shortened({card->subject});
-  return card;
-}
-
-std::optional<AgentPermission> toolCallCard(std::string_view tool, Input input, Folder cwd) {
+std::optional<AgentPermission> toolCallCard(std::string_view tool, Input input,
+                                            const Folders& folders) {
   if (tool == "Bash" || tool == "write_stdin") return runCard(tool, input);
   if (tool == "Edit" || tool == "MultiEdit" || tool == "NotebookEdit" || tool == "Write") {
-    return fileCard(tool, input, cwd);
+    return fileCard(tool, input, folders);
   }
-  if (tool == "apply_patch") return patchCard(input, cwd);
+  if (tool == "apply_patch") return patchCard(input, folders);
   if (tool == "WebFetch") return fetchCard(input);
   if (tool == "WebSearch") return searchCard(input);
   return toolCard(tool, input);
@@ -379,6 +273,28 @@ class Hash final : public JSON::Sink {
   std::uint64_t value_ = 0xcbf29ce484222325;
 };
 
+/// What is said of an action.
+struct ActionTexts {
+  Action action;
+  std::string_view verb;
+  std::string_view title;
+};
+constexpr std::array actionTexts = {
+    ActionTexts{Action::run, "Run", "Wants to run a command"},
+    ActionTexts{Action::edit, "Edit", "Wants to edit a file"},
+    ActionTexts{Action::write, "Write", "Wants to write a file"},
+    ActionTexts{Action::fetch, "Fetch", "Wants to fetch a page"},
+    ActionTexts{Action::search, "Search", "Wants to search the web"},
+    ActionTexts{Action::tool, "Use", "Wants to use a tool"},
+    ActionTexts{Action::ask, "Answer", "Asks you a question"},
+    ActionTexts{Action::plan, "Plan", "Wrote a plan and is ready to code"}};
+static_assert(std::ranges::equal(actionTexts, wireNames(Action{}), {}, &ActionTexts::action,
+                                 &WireName<Action>::value));
+
+const ActionTexts& textsOf(Action action) {
+  return *std::ranges::find(actionTexts, action, &ActionTexts::action);  // each is in the table
+}
+
 std::size_t count(const std::vector<AgentPermission::Line>& lines, Kind kind) {
   return static_cast<std::size_t>(std::ranges::count(lines, kind, &AgentPermission::Line::kind));
 }
@@ -387,19 +303,10 @@ std::size_t count(const std::vector<AgentPermission::Line>& lines, Kind kind) {
 
 std::optional<AgentPermission> AgentPermission::parse(std::string_view tool,
                                                       const JSON::Value& input,
-                                                      std::optional<std::string_view> cwd) {
+                                                      const Folders& folders) {
   if (hasNoCard(tool)) return std::nullopt;
-  auto card = toolCallCard(tool, input, cwd);
-  if (card && cwd) card->folder = Card::abbreviated(*cwd);
-  return card;
-}
-
-std::optional<AgentPermission> AgentPermission::patch(std::string_view text,
-                                                      std::optional<std::string_view> cwd) {
-  auto card = patchCard(text, cwd, LineList::whole(Card::mostLines + 1));
-  if (!card) return std::nullopt;
-  if (cwd) card->folder = Card::abbreviated(*cwd);
-  card->complete = true;  // cutting is up to others
+  auto card = toolCallCard(tool, input, folders);
+  if (card && folders.cwd) card->folder = DisplayPath::abbreviated(*folders.cwd, folders.home);
   return card;
 }
 
@@ -450,70 +357,8 @@ std::size_t AgentPermission::added() const { return count(lines, Kind::added); }
 
 std::size_t AgentPermission::removed() const { return count(lines, Kind::removed); }
 
-std::string_view verb(AgentPermission::Action action) {
-  switch (action) {
-    case Action::run:
-      return "Run";
-    case Action::edit:
-      return "Edit";
-    case Action::write:
-      return "Write";
-    case Action::fetch:
-      return "Fetch";
-    case Action::search:
-      return "Search";
-    case Action::tool:
-      return "Use";
-    case Action::ask:
-      return "Answer";
-    case Action::plan:
-      return "Plan";
-  }
-  return {};
-}
+std::string_view verb(AgentPermission::Action action) { return textsOf(action).verb; }
 
-std::string_view title(AgentPermission::Action action) {
-  switch (action) {
-    case Action::run:
-      return "Wants to run a command";
-    case Action::edit:
-      return "Wants to edit a file";
-    case Action::write:
-      return "Wants to write a file";
-    case Action::fetch:
-      return "Wants to fetch a page";
-    case Action::search:
-      return "Wants to search the web";
-    case Action::tool:
-      return "Wants to use a tool";
-    case Action::ask:
-      return "Asks you a question";
-    case Action::plan:
-      return "Wrote a plan and is ready to code";
-  }
-  return {};
-}
-
-namespace Card {
-
-std::string abbreviated(std::string_view path) {
-  const auto home = System::homeFolder();
-  if (!home || !path.starts_with(*home)) return std::string(path);
-  const auto rest = path.substr(home->size());
-  if (!rest.empty() && rest.front() != '/') return std::string(path);
-  std::string text("~");
-  text += rest;
-  return text;
-}
-
-std::optional<std::string> sentence(std::string_view text) {
-  const auto line = Text::firstLine(text);
-  if (!line) return std::nullopt;
-  const auto words = Text::trimmed(*line);
-  if (words.empty()) return std::nullopt;
-  return std::string(words);
-}
-
-}  // namespace Card
+std::string_view title(AgentPermission::Action action) { return textsOf(action).title; }
 
 }  // namespace CorvaneControl

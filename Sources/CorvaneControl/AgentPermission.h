@@ -9,6 +9,7 @@
 #include <tuple>
 #include <vector>
 
+#include "CorvaneControl/CardLines.h"
 #include "CorvaneControl/Platform/JSON.h"
 #include "CorvaneControl/Record.h"
 
@@ -23,17 +24,7 @@ namespace CorvaneControl {
 struct AgentPermission {
   enum class Action : std::uint8_t { run, edit, write, fetch, search, tool, ask, plan };
 
-  /// One line of the preview, without its line break.
-  struct Line {
-    enum class Kind : std::uint8_t { plain, added, removed };
-
-    std::string text{};
-    Kind kind = Kind::plain;
-
-    static constexpr auto fields =
-        std::tuple{Field{"text", &Line::text}, Field{"kind", &Line::kind}};
-    bool operator==(const Line&) const = default;
-  };
+  using Line = CardLines::Line;
 
   /// A multiple-choice question of the agent.
   struct Question {
@@ -87,20 +78,19 @@ struct AgentPermission {
   static constexpr std::size_t columns = 50;     ///< Characters in a display row.
   static constexpr std::size_t previewRows = 8;  ///< Lines of a collapsed preview.
 
-  /// The card of a tool call; absent when the call gets none. `input` is the tool's input object;
-  /// `cwd` the agent's working folder.
+  /// What a card has to know of the process that the tool call does not say.
+  struct Folders {
+    std::optional<std::string_view> cwd{};   ///< The agent's working folder.
+    std::optional<std::string_view> home{};  ///< The user's home, which is shown as "~".
+  };
+
+  /// The card of a tool call; absent when the call gets none. `input` is the tool's input object.
   static std::optional<AgentPermission> parse(std::string_view tool, const JSON::Value& input,
-                                              std::optional<std::string_view> cwd);
+                                              const Folders& folders);
   /// The card of the agent's multiple-choice questions ("AskUserQuestion").
-  static std::optional<AgentPermission> question(const JSON::Value& input,
-                                                 std::optional<std::string_view> cwd);
+  static std::optional<AgentPermission> question(const JSON::Value& input, const Folders& folders);
   /// The card of a plan that waits for approval ("ExitPlanMode").
-  static std::optional<AgentPermission> plan(const JSON::Value& input,
-                                             std::optional<std::string_view> cwd);
-  /// The card of a patch in the format of "apply_patch"; absent when it names no file. Cut to the
-  /// limits by `parse`, not here: at most 301 lines are kept, enough to know that some were cut.
-  static std::optional<AgentPermission> patch(std::string_view text,
-                                              std::optional<std::string_view> cwd);
+  static std::optional<AgentPermission> plan(const JSON::Value& input, const Folders& folders);
 
   /// Identifies a tool call among others: 64-bit FNV-1a over the tool's name, a zero byte, and the
   /// input's compact JSON with sorted keys and "\/"; in lower-case hexadecimal without leading
@@ -135,46 +125,10 @@ constexpr auto wireNames(AgentPermission::Action) {
                     WireName{Action::ask, "ask"},       WireName{Action::plan, "plan"}};
 }
 
-constexpr auto wireNames(AgentPermission::Line::Kind) {
-  using Kind = AgentPermission::Line::Kind;
-  return std::array{WireName{Kind::plain, "plain"}, WireName{Kind::added, "added"},
-                    WireName{Kind::removed, "removed"}};
-}
-
 /// What the user would allow, in one word: "Run", "Edit", ...
 std::string_view verb(AgentPermission::Action action);
 /// What the agent wants, in a sentence: "Wants to run a command", ...
 std::string_view title(AgentPermission::Action action);
-
-/// The pieces that cards are made of.
-namespace Card {
-
-/// The lines of a text, split at line feeds, one carriage return before each taken off; the empty
-/// text gives one empty line, a final line feed adds none. At most `limit` lines are made.
-std::vector<AgentPermission::Line> text(std::string_view text, AgentPermission::Line::Kind kind,
-                                        std::size_t limit = static_cast<std::size_t>(-1));
-
-/// The removed lines of the old text, then the added lines of the new; a value that is null or no
-/// string gives none. An old text that is a single empty line is left out. At most `limit` lines.
-std::vector<AgentPermission::Line> edit(const JSON::Value* old, const JSON::Value* replacement,
-                                        std::size_t limit = static_cast<std::size_t>(-1));
-
-/// Cuts a card to 300 lines of 400 characters and its subject to 400 characters. Cut lines make it
-/// incomplete; a cut subject does not.
-std::optional<AgentPermission> limited(std::optional<AgentPermission> card);
-
-/// `path` with the user's home folder written as "~".
-std::string abbreviated(std::string_view path);
-
-/// The first line of a text, trimmed; absent when that is empty.
-std::optional<std::string> sentence(std::string_view text);
-
-/// Each member of a tool's input as "key: value", in the order of the keys; a value of several
-/// lines gives several lines. At most `limit` lines.
-std::vector<AgentPermission::Line> arguments(const JSON::Value& input,
-                                             std::size_t limit = static_cast<std::size_t>(-1));
-
-}  // namespace Card
 
 /// The user's answer to a permission card.
 enum class PermissionAnswer : std::uint8_t { allowed, denied };
@@ -201,18 +155,5 @@ struct PermissionReply {
 
   bool operator==(const PermissionReply&) const = default;
 };
-
-/// What the agents read from their hook's standard output: one line of JSON with sorted keys and
-/// "\/", ending in a line feed.
-namespace HookReply {
-
-/// The reply that carries `decision`, an object.
-std::string output(const JSON::Value& decision);
-/// A denial with a message for the agent; Claude is also told to stop its turn.
-std::string refusal(std::string_view agent, std::string_view message);
-/// Plain allowing or denying, as for a command or a file.
-std::string hookOutput(PermissionAnswer answer, std::string_view agent);
-
-}  // namespace HookReply
 
 }  // namespace CorvaneControl

@@ -2,10 +2,12 @@
 #include <utility>
 
 #include "CorvaneControl/AgentPermission.h"
-#include "CorvaneControl/AgentPermissionLines.h"
+#include "CorvaneControl/CardLines.h"
+#include "CorvaneControl/DisplayPath.h"
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/ToolInput.h"
 
 namespace CorvaneControl {
 
@@ -17,14 +19,6 @@ using Option = Question::Option;
 constexpr std::size_t mostQuestions = 4;
 constexpr std::size_t mostOptions = 6;
 constexpr std::size_t mostPlanBytes = 20000;
-
-/// The elements of a list of objects; absent for every other value.
-std::optional<std::span<const JSON::Value>> objects(const JSON::Value& input,
-                                                    std::string_view key) {
-  const auto* list = input.array(key);
-  if (!list || !std::ranges::all_of(list->elements(), &JSON::Value::isObject)) return std::nullopt;
-  return list->elements();
-}
 
 /// `list` without what is beyond `most`; `complete` becomes false when that, or anything, is
 /// missing.
@@ -49,8 +43,9 @@ std::optional<Option> optionOf(const JSON::Value& input, bool& complete) {
     return std::nullopt;
   }
   auto reading = Option::reading(label);
-  Option option{.label = Card::shortened({reading.label}), .recommended = reading.recommended};
-  if (const auto detail = words(input, "description")) option.detail = Card::shortened({*detail});
+  Option option{.label = CardLines::shortened(reading.label), .recommended = reading.recommended};
+  if (const auto detail = words(input, "description"))
+    option.detail = CardLines::shortened(*detail);
   return option;
 }
 
@@ -60,14 +55,14 @@ std::optional<Question> questionOf(const JSON::Value& input, bool& complete) {
     complete = false;
     return std::nullopt;
   }
-  Question question{.header = Card::shortened({input.string("header").value_or("")}),
-                    .text = Card::shortened({*text})};
-  const auto options = objects(input, "options").value_or(std::span<const JSON::Value>{});
+  Question question{.header = CardLines::shortened(input.string("header").value_or("")),
+                    .text = CardLines::shortened(*text)};
+  const auto options =
+      ToolInput::objects(input.find("options")).value_or(std::span<const JSON::Value>{});
   for (const auto& option : cut(options, mostOptions, complete)) {
     if (auto read = optionOf(option, complete)) question.options.push_back(std::move(*read));
   }
-  const auto* multiSelect = input.find("multiSelect");
-  question.multiSelect = multiSelect && multiSelect->asBoolean().value_or(false);
+  question.multiSelect = ToolInput::takesSeveral(input);
   return question;
 }
 
@@ -75,14 +70,14 @@ std::optional<Question> questionOf(const JSON::Value& input, bool& complete) {
 std::optional<std::string_view> withoutBlankEnds(std::string_view text) {
   while (true) {
     const auto feed = text.find('\n');
-    if (!Text::isBlank(*Card::LineWalk(text.substr(0, feed)).next())) break;
+    if (!Text::isBlank(*CardLines::Walk(text.substr(0, feed)).next())) break;
     if (feed == std::string_view::npos) return std::nullopt;
     text.remove_prefix(feed + 1);
   }
   while (true) {
     const auto feed = text.rfind('\n');
     const auto last = feed == std::string_view::npos ? text : text.substr(feed + 1);
-    if (!Text::isBlank(*Card::LineWalk(last).next())) return text;
+    if (!Text::isBlank(*CardLines::Walk(last).next())) return text;
     text = text.substr(0, feed);
   }
 }
@@ -91,13 +86,13 @@ std::optional<std::string_view> withoutBlankEnds(std::string_view text) {
 std::string planTitle(std::string_view line) {
   // Beyond what the Markdown reader looks at, text stays as it is; of that, enough is left to tell
   // whether the title is too long, unless there is much white space around it.
-  constexpr std::size_t mostRead = 32768 + Card::mostCharacters + 2;
+  constexpr std::size_t mostRead = Markdown::mostRead + CardLines::mostCharacters + 2;
   const auto heading = line.substr(Patterns::indentedHeadingMark(line));
   const auto read = Text::prefix(heading, mostRead);
   bool cut = false;
-  auto title = Card::shortened({Text::trimmed(Markdown::plainText(read))}, &cut);
+  auto title = CardLines::shortened(Text::trimmed(Markdown::plainText(read)), &cut);
   if (cut || read.size() == heading.size()) return title;
-  return Card::shortened({Text::trimmed(Markdown::plainText(heading))});
+  return CardLines::shortened(Text::trimmed(Markdown::plainText(heading)));
 }
 
 }  // namespace
@@ -108,8 +103,8 @@ Option::Reading Option::reading(std::string_view label) {
 }
 
 std::optional<AgentPermission> AgentPermission::question(const JSON::Value& input,
-                                                         std::optional<std::string_view> cwd) {
-  const auto list = objects(input, "questions");
+                                                         const Folders& folders) {
+  const auto list = ToolInput::objects(input.find("questions"));
   if (!list) return std::nullopt;
 
   AgentPermission card{.action = Action::ask};
@@ -120,31 +115,31 @@ std::optional<AgentPermission> AgentPermission::question(const JSON::Value& inpu
   if (questions.empty()) return std::nullopt;
 
   card.subject = questions.front().text;
-  if (cwd) card.folder = Card::abbreviated(*cwd);
+  if (folders.cwd) card.folder = DisplayPath::abbreviated(*folders.cwd, folders.home);
   card.questions = std::move(questions);
   return card;
 }
 
 std::optional<AgentPermission> AgentPermission::plan(const JSON::Value& input,
-                                                     std::optional<std::string_view> cwd) {
+                                                     const Folders& folders) {
   const auto text = input.string("plan");
   if (!text) return std::nullopt;
   const auto plan = withoutBlankEnds(*text);
   if (!plan) return std::nullopt;
 
   AgentPermission card{.action = Action::plan};
-  card.subject = planTitle(*Card::LineWalk(*plan).next());
+  card.subject = planTitle(*CardLines::Walk(*plan).next());
   auto room = mostPlanBytes;
-  Card::LineWalk walk(*plan);
+  CardLines::Walk walk(*plan);
   while (const auto line = walk.next()) {
-    if (card.lines.size() == Card::mostLines || line->size() > room) {
+    if (card.lines.size() == CardLines::mostLines || line->size() > room) {
       card.complete = false;
       break;
     }
     room -= line->size();
     card.lines.push_back({std::string(*line), Line::Kind::plain});
   }
-  if (cwd) card.folder = Card::abbreviated(*cwd);
+  if (folders.cwd) card.folder = DisplayPath::abbreviated(*folders.cwd, folders.home);
   return card;
 }
 

@@ -191,9 +191,6 @@ struct ControlResponse {
   /// was nothing. Allowing questions and plans returns the agent's own tool input to it.
   std::optional<std::string> hookOutput(const ControlRequest& request,
                                         const JSON::Value* hookInput) const;
-  /// The same, from the bytes of the hook input.
-  std::optional<std::string> hookOutput(const ControlRequest& request,
-                                        std::optional<std::string> hookInput) const;
 
   /// The chosen labels of each question by the question's text, labels of one question joined with
   /// ", "; absent when choices and questions do not fit together. `questions` may be null.

@@ -6,6 +6,8 @@
 #include <variant>
 
 #include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/DisplayPath.h"
+#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "corvane-headless/CardDrawing.h"
 #include "corvane-headless/Visible.h"
@@ -256,7 +258,9 @@ std::string Application::placeOf(const ControlRequest& request) const {
   const auto position = workspaces_.holding(folder);
   if (position) return workspaces_[*position].name;
   if (folder.empty()) return "no folder";
-  return visibleStart(CorvaneControl::Card::abbreviated(folder), 200) +
+  return visibleStart(
+             CorvaneControl::DisplayPath::abbreviated(folder, CorvaneControl::System::homeFolder()),
+             200) +
          ", which is in no workspace";
 }
 

@@ -7,6 +7,7 @@
 
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
+#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {
@@ -922,17 +923,19 @@ class Request : public testing::TestWithParam<RequestCase> {
   const std::string bytes_;
   const Read input_;
   const JSON::Value nothing_ = JSON::Value::ofObject({});
-  const std::optional<std::string_view> cwd_ = "/home/user/project";
+  const std::optional<std::string> home_ = System::homeFolder();
+  const AgentPermission::Folders folders_{.cwd = "/home/user/project", .home = home_};
 };
 TEST_P(Request, ofClaudeHasItsMessageCardAndCall) {
-  const auto card = tool() == "AskUserQuestion" ? AgentPermission::question(toolInput(), cwd_)
-                    : tool() == "ExitPlanMode"  ? AgentPermission::plan(toolInput(), cwd_)
-                                                : AgentPermission::parse(tool(), toolInput(), cwd_);
+  const auto card = tool() == "AskUserQuestion" ? AgentPermission::question(toolInput(), folders_)
+                    : tool() == "ExitPlanMode"
+                        ? AgentPermission::plan(toolInput(), folders_)
+                        : AgentPermission::parse(tool(), toolInput(), folders_);
   expectEvent(claude(bytes_), GetParam().message, card);
 }
 TEST_P(Request, ofCodexHasTheOrdinaryCard) {
   expectEvent(codex(bytes_, neverReviewed), GetParam().message,
-              AgentPermission::parse(tool(), toolInput(), cwd_));
+              AgentPermission::parse(tool(), toolInput(), folders_));
 }
 INSTANTIATE_TEST_SUITE_P(AgentNotification, Request, testing::ValuesIn(requestCases), named);
 

@@ -67,7 +67,7 @@ TEST_P(Cost, staysSmall) {
   const auto input = JSON::Value::ofObject(sorted ? members : reversed);
 
   const auto before = CorvaneTests::allocatedBytes();
-  const auto card = Permission::parse(row.tool, input, "/p");
+  const auto card = Permission::parse(row.tool, input, {.cwd = "/p"});
   const auto fingerprint = Permission::fingerprint(row.tool, &input);
   EXPECT_LT(CorvaneTests::allocatedBytes() - before, mostTaken);
   ASSERT_TRUE(card);
@@ -82,7 +82,7 @@ TEST(Cost, ofFiftyMegabytesIsNoLarger) {
   const std::array members{JSON::Member{"content", JSON::Value::ofString(text)},
                            JSON::Member{"file_path", JSON::Value::ofString("/p/a")}};
   const auto before = CorvaneTests::allocatedBytes();
-  const auto card = Permission::parse("Write", JSON::Value::ofObject(members), "/p");
+  const auto card = Permission::parse("Write", JSON::Value::ofObject(members), {.cwd = "/p"});
   EXPECT_LT(CorvaneTests::allocatedBytes() - before, mostTaken);
   ASSERT_TRUE(card);
   EXPECT_FALSE(card->complete);
@@ -97,7 +97,7 @@ TEST(Cost, ofALargeValueStaysSmall) {
   const std::array values{JSON::Value::ofString(text), JSON::Value::ofArray(elements)};
   const std::array members{JSON::Member{"a", JSON::Value::ofArray(values)}};
   const auto before = CorvaneTests::allocatedBytes();
-  const auto card = Permission::parse("T", JSON::Value::ofObject(members), std::nullopt);
+  const auto card = Permission::parse("T", JSON::Value::ofObject(members), {});
   EXPECT_LT(CorvaneTests::allocatedBytes() - before, mostTaken);
   EXPECT_EQ(card->lines, linesOf(1, "a: [\"" + repeated(R"(\"x\"\/)", 56) + "\\\"x…"));
 }
@@ -108,7 +108,7 @@ TEST(Cost, ofManyEditsStaysSmall) {
   const std::array members{JSON::Member{"edits", JSON::Value::ofArray(edits)},
                            JSON::Member{"file_path", JSON::Value::ofString("/p/a")}};
   const auto before = CorvaneTests::allocatedBytes();
-  const auto card = Permission::parse("MultiEdit", JSON::Value::ofObject(members), std::nullopt);
+  const auto card = Permission::parse("MultiEdit", JSON::Value::ofObject(members), {});
   EXPECT_LT(CorvaneTests::allocatedBytes() - before, mostTaken);
   EXPECT_EQ(card->lines.size(), 300U);
 }
@@ -119,7 +119,7 @@ TEST(Cost, ofALargePlanStaysSmall) {
                            "*x* " + repeated("y", 8 * megabytes)}) {
     const std::array members{JSON::Member{"plan", JSON::Value::ofString(text)}};
     const auto before = CorvaneTests::allocatedBytes();
-    const auto card = Permission::plan(JSON::Value::ofObject(members), std::nullopt);
+    const auto card = Permission::plan(JSON::Value::ofObject(members), {});
     EXPECT_LT(CorvaneTests::allocatedBytes() - before, mostTaken);
     EXPECT_TRUE(card);
   }

@@ -220,9 +220,7 @@ const AskCase askCases[] = {
      {{askedWith({.label = std::string(400, 'x'), .recommended = true})}}},
 };
 
-class Ask : public testing::TestWithParam<AskCase> {
-  Home home_{"/u/me"};
-};
+class Ask : public testing::TestWithParam<AskCase> {};
 
 TEST_P(Ask, theUser) {
   const auto& row = GetParam();
@@ -234,9 +232,9 @@ TEST_P(Ask, theUser) {
                           .complete = row.complete,
                           .questions = row.questions};
   }
-  EXPECT_EQ(Permission::question(*input, std::nullopt), expected);
+  EXPECT_EQ(Permission::question(*input, {}), expected);
   if (expected) expected->folder = "~/x";
-  EXPECT_EQ(Permission::question(*input, "/u/me/x"), expected);
+  EXPECT_EQ(Permission::question(*input, {.cwd = "/u/me/x", .home = "/u/me"}), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(AgentPermission, Ask, testing::ValuesIn(askCases), named);
@@ -244,8 +242,8 @@ INSTANTIATE_TEST_SUITE_P(AgentPermission, Ask, testing::ValuesIn(askCases), name
 TEST(Ask, nothingByInputThatIsNoObject) {
   for (const char* const text : {"null", "[]", R"([{"question":"A?"}])", "\"questions\"", "1"}) {
     const Parsed input(text);
-    EXPECT_EQ(Permission::question(*input, "/p"), std::nullopt) << text;
-    EXPECT_EQ(Permission::plan(*input, "/p"), std::nullopt) << text;
+    EXPECT_EQ(Permission::question(*input, {.cwd = "/p"}), std::nullopt) << text;
+    EXPECT_EQ(Permission::plan(*input, {.cwd = "/p"}), std::nullopt) << text;
   }
 }
 
@@ -324,18 +322,16 @@ const PlanCase planCases[] = {
      planned("a", {"a", std::string(19999, 'b')})},
 };
 
-class Plan : public testing::TestWithParam<PlanCase> {
-  Home home_{"/u/me"};
-};
+class Plan : public testing::TestWithParam<PlanCase> {};
 
 TEST_P(Plan, becomesACard) {
   auto expected = GetParam().card;
   const Parsed input(object({{"plan", GetParam().plan}, {"planFilePath", "/p"}}));
-  const auto card = Permission::plan(*input, std::nullopt);
+  const auto card = Permission::plan(*input, {});
   EXPECT_EQ(card, expected);
   EXPECT_EQ(card ? card->steps() : 0, GetParam().steps);
   if (expected) expected->folder = "~/x";
-  EXPECT_EQ(Permission::plan(*input, "/u/me/x"), expected);
+  EXPECT_EQ(Permission::plan(*input, {.cwd = "/u/me/x", .home = "/u/me"}), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(AgentPermission, Plan, testing::ValuesIn(planCases), named);
@@ -344,7 +340,7 @@ TEST(Plan, hasToBeAText) {
   for (const char* const text :
        {"{}", R"({"plan":null})", R"({"plan":1})", R"({"plan":["a"]})", R"({"plan":{"a":"b"}})"}) {
     const Parsed input(text);
-    EXPECT_EQ(Permission::plan(*input, std::nullopt), std::nullopt) << text;
+    EXPECT_EQ(Permission::plan(*input, {}), std::nullopt) << text;
   }
 }
 
@@ -355,7 +351,7 @@ TEST(Plan, hasASubjectEvenWhenMarksFillTheBeginning) {
     const auto plan =
         repeated("[](", 1) + std::string(3 * marks, 'u') + ")" + std::string(500, 'x');
     const Parsed input(object({{"plan", plan}}));
-    const auto card = Permission::plan(*input, std::nullopt);
+    const auto card = Permission::plan(*input, {});
     ASSERT_TRUE(card);
     EXPECT_EQ(Text::characters(card->subject), 401U) << marks;
   }
@@ -364,7 +360,7 @@ TEST(Plan, hasASubjectEvenWhenMarksFillTheBeginning) {
 TEST(Plan, hasASubjectBehindALotOfWhiteSpace) {
   for (const std::size_t blanks : {32'767U, 33'169U, 33'170U, 33'171U, 100'000U}) {
     const Parsed input(object({{"plan", std::string(blanks, ' ') + "Title  \nb"}}));
-    const auto card = Permission::plan(*input, std::nullopt);
+    const auto card = Permission::plan(*input, {});
     ASSERT_TRUE(card);
     EXPECT_EQ(card->subject, "Title") << blanks;
   }
@@ -372,7 +368,7 @@ TEST(Plan, hasASubjectBehindALotOfWhiteSpace) {
 
 TEST(Plan, hasASubjectAroundALotOfWhiteSpace) {
   const Parsed input(object({{"plan", "# a" + std::string(100'000, ' ') + "b"}}));
-  const auto card = Permission::plan(*input, std::nullopt);
+  const auto card = Permission::plan(*input, {});
   ASSERT_TRUE(card);
   EXPECT_EQ(card->subject, "a" + std::string(399, ' ') + "…");
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <initializer_list>
 #include <optional>
 #include <ostream>
@@ -78,30 +77,11 @@ inline std::vector<AgentPermission::Line> linesOf(std::size_t count, std::string
   return std::vector<AgentPermission::Line>(count, {std::string(text)});
 }
 
-/// Sets the home folder as long as it lives.
-class Home {
- public:
-  explicit Home(const char* folder) {
-    if (const char* const before = std::getenv("HOME")) before_ = before;
-    setenv("HOME", folder, 1);
-  }
-  ~Home() {
-    if (before_) {
-      setenv("HOME", before_->c_str(), 1);
-    } else {
-      unsetenv("HOME");
-    }
-  }
-  Home(const Home&) = delete;
-  Home& operator=(const Home&) = delete;
-
- private:
-  std::optional<std::string> before_{};
-};
-
-inline void PrintTo(const AgentPermission::Line& line, std::ostream* out) {
+namespace CardLines {
+inline void PrintTo(const Line& line, std::ostream* out) {
   *out << wireName(line.kind) << ' ' << testing::PrintToString(line.text.substr(0, 500));
 }
+}  // namespace CardLines
 
 inline void PrintTo(const AgentPermission::Question::Option& option, std::ostream* out) {
   *out << testing::PrintToString(option.label) << (option.recommended ? " recommended " : " ")

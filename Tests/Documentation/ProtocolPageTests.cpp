@@ -125,8 +125,10 @@ TEST(ProtocolPage, tellsStoriesThatHappenLikeThat) {
     ++replies;
     const auto response = ControlCoding::decode<ControlResponse>(all[index + 2].text);
     ASSERT_TRUE(response);
-    EXPECT_EQ(response->hookOutput(*request, std::optional(all[index].text)),
-              all[index + 3].text + "\n");
+    std::string hookInput = all[index].text;
+    const auto document = JSON::Document::parse(hookInput);
+    ASSERT_TRUE(document);
+    EXPECT_EQ(response->hookOutput(*request, &document->root()), all[index + 3].text + "\n");
   }
   EXPECT_GE(inputs, 8U);
   EXPECT_GE(replies, 4U);

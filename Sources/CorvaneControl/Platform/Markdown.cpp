@@ -21,8 +21,6 @@ namespace CorvaneControl::Markdown {
 
 namespace {
 
-constexpr std::size_t longestMarkdown = 32'768;  // bytes
-
 /// Without one of these a text is its own reading, and the library need not be asked.
 bool isSpecial(char character) {
   switch (character) {
@@ -163,8 +161,8 @@ void* reallocateForGood(void* memory, std::size_t size) {
 /// The start of `line` that is read as Markdown: one line, not too long, whole characters.
 std::string_view readable(std::string_view line) {
   line = line.substr(0, line.find('\n'));
-  if (line.size() <= longestMarkdown) return line;
-  std::size_t size = longestMarkdown;
+  if (line.size() <= mostRead) return line;
+  std::size_t size = mostRead;
   while (size > 0 && (static_cast<unsigned char>(line[size]) & 0xC0U) == 0x80) --size;
   const std::size_t characters = Text::characters(line.substr(0, size));
   const std::string_view whole = Text::prefix(line, characters);

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 /// Inline Markdown (CommonMark inlines and strikethrough).
 namespace CorvaneControl::Markdown {
+
+inline constexpr std::size_t mostRead = 32'768;  ///< Bytes.
 
 /// The plain characters of one line of inline Markdown: emphasis, code and link marks disappear,
 /// entities and backslash escapes are resolved, images give their alternative text, autolinks their

@@ -1,10 +1,13 @@
+#include "CorvaneControl/HookReply.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/ToolInput.h"
 
 namespace CorvaneControl {
 
@@ -21,26 +24,22 @@ std::string_view refusalMessage(Action action) {
              : "The user declined to answer from Corvane. Stop and wait for their instructions.";
 }
 
-/// Allowing a question or a plan: the agent only takes it together with its own tool input.
-std::string acceptance(const Value& updatedInput) {
-  const std::array decision{Member{"behavior", Value::ofString("allow")},
-                            Member{"updatedInput", updatedInput}};
-  return HookReply::output(Value::ofObject(decision));
-}
+// The agent only takes leave for a question or a plan together with its own tool input.
 
-/// The same for a plan, with the permission mode to go on in.
-std::string acceptance(const Value& updatedInput, std::string_view mode) {
+/// Allowing a plan, with the permission mode to go on in.
+std::string planAcceptance(const Value& input, std::string_view mode) {
   const std::array change{Member{"destination", Value::ofString("session")},
                           Member{"mode", Value::ofString(mode)},
                           Member{"type", Value::ofString("setMode")}};
   const std::array changes{Value::ofObject(change)};
   const std::array decision{Member{"behavior", Value::ofString("allow")},
-                            Member{"updatedInput", updatedInput},
+                            Member{"updatedInput", input},
                             Member{"updatedPermissions", Value::ofArray(changes)}};
   return HookReply::output(Value::ofObject(decision));
 }
 
-std::string acceptance(const Value& input, const Answers& answers) {
+/// Allowing a question: the input carries the answers.
+std::string questionAcceptance(const Value& input, const Answers& answers) {
   std::vector<Member> written;
   written.reserve(answers.size());
   for (const auto& [question, labels] : answers) {
@@ -55,29 +54,23 @@ std::string acceptance(const Value& input, const Answers& answers) {
   } else {
     members.insert(place, member);
   }
-  return acceptance(Value::ofObject(members));
-}
-
-bool areObjects(const Value* list) {
-  return list && list->isArray() && std::ranges::all_of(list->elements(), &Value::isObject);
+  const std::array decision{Member{"behavior", Value::ofString("allow")},
+                            Member{"updatedInput", Value::ofObject(members)}};
+  return HookReply::output(Value::ofObject(decision));
 }
 
 /// The labels of the chosen options of one question; absent when the choice does not fit it.
 std::optional<std::string> chosenLabels(const std::vector<std::int64_t>& choice,
                                         const Value& question) {
-  const auto* options = question.find("options");
-  if (!areObjects(options) || choice.empty()) return std::nullopt;
-  const auto* multiSelect = question.find("multiSelect");
-  const bool several = multiSelect && multiSelect->asBoolean().value_or(false);
-  if (choice.size() > 1 && !several) return std::nullopt;
+  const auto options = ToolInput::objects(question.find("options"));
+  if (!options || choice.empty()) return std::nullopt;
+  if (choice.size() > 1 && !ToolInput::takesSeveral(question)) return std::nullopt;
 
   std::string labels;
   std::string_view separator;
   for (const auto index : choice) {
-    if (index < 0 || std::cmp_greater_equal(index, options->elements().size())) {
-      return std::nullopt;
-    }
-    const auto label = options->elements()[static_cast<std::size_t>(index)].string("label");
+    if (index < 0 || std::cmp_greater_equal(index, options->size())) return std::nullopt;
+    const auto label = (*options)[static_cast<std::size_t>(index)].string("label");
     if (!label) return std::nullopt;
     labels += separator;
     labels += *label;
@@ -90,11 +83,6 @@ bool asksOrPlans(const ControlRequest& request) {
   if (!request.permission) return false;
   const auto action = request.permission->action;
   return action == Action::ask || action == Action::plan;
-}
-
-/// Whether the reply to this answer needs the agent's hook input.
-bool returnsInput(const ControlResponse& response, const ControlRequest& request) {
-  return response.decision == PermissionAnswer::allowed && asksOrPlans(request);
 }
 
 }  // namespace
@@ -114,7 +102,7 @@ std::string output(const Value& decision) {
 std::string refusal(std::string_view agent, std::string_view message) {
   std::vector<Member> decision{{"behavior", Value::ofString("deny")}};
   // Told only to deny, Claude goes on with its turn; other agents take "interrupt" for an error.
-  if (Text::lowercasedASCII(agent) == "claude") {
+  if (wireValue<Agent>(Text::lowercasedASCII(agent)) == Agent::claude) {
     decision.push_back({"interrupt", Value::ofBoolean(true)});
   }
   decision.push_back({"message", Value::ofString(message)});
@@ -135,44 +123,33 @@ std::string hookOutput(PermissionAnswer answer, std::string_view agent) {
 std::optional<std::string> ControlResponse::hookOutput(const ControlRequest& request,
                                                        const JSON::Value* hookInput) const {
   if (!decision) return std::nullopt;
-  if (!returnsInput(*this, request)) {
-    const auto agent = request.agent ? std::string_view(*request.agent) : "";
-    if (asksOrPlans(request)) {
-      return HookReply::refusal(agent, refusalMessage(request.permission->action));
-    }
-    return HookReply::hookOutput(*decision, agent);
+  const auto agent = request.agent ? std::string_view(*request.agent) : "";
+  if (!asksOrPlans(request)) return HookReply::hookOutput(*decision, agent);
+  const auto action = request.permission->action;
+  if (decision == PermissionAnswer::denied) {
+    return HookReply::refusal(agent, refusalMessage(action));
   }
 
   const auto* input = hookInput ? hookInput->object("tool_input") : nullptr;
   if (!input) return std::nullopt;
-  if (request.permission->action == Action::plan) {
-    return acceptance(*input, approval == PlanApproval::automatic ? "auto" : "default");
+  if (action == Action::plan) {
+    return planAcceptance(*input, approval == PlanApproval::automatic ? "auto" : "default");
   }
   const auto chosen =
       answers(choices.value_or(std::vector<std::vector<std::int64_t>>{}), input->find("questions"));
-  if (!chosen) return std::nullopt;
-  return acceptance(*input, *chosen);
-}
-
-std::optional<std::string> ControlResponse::hookOutput(const ControlRequest& request,
-                                                       std::optional<std::string> hookInput) const {
-  const Value* none = nullptr;
-  if (!hookInput || !returnsInput(*this, request)) return hookOutput(request, none);
-  const auto document = JSON::Document::parse(*hookInput);
-  return hookOutput(request, document ? &document->root() : none);
+  return chosen ? std::optional(questionAcceptance(*input, *chosen)) : std::nullopt;
 }
 
 std::optional<std::map<std::string, std::string>> ControlResponse::answers(
     const std::vector<std::vector<std::int64_t>>& choices, const JSON::Value* questions) {
-  if (!areObjects(questions)) return std::nullopt;
-  const auto asked = questions->elements();
-  if (asked.empty() || asked.size() != choices.size()) return std::nullopt;
+  const auto asked = ToolInput::objects(questions);
+  if (!asked || asked->empty() || asked->size() != choices.size()) return std::nullopt;
 
   Answers answers;
-  for (std::size_t index = 0; index < asked.size(); ++index) {
-    const auto question = asked[index].string("question");
+  for (std::size_t index = 0; index < asked->size(); ++index) {
+    const auto question = (*asked)[index].string("question");
     if (!question) return std::nullopt;
-    auto labels = chosenLabels(choices[index], asked[index]);
+    auto labels = chosenLabels(choices[index], (*asked)[index]);
     if (!labels) return std::nullopt;
     answers.insert_or_assign(std::string(*question), std::move(*labels));
   }
