@@ -17,7 +17,7 @@ namespace CorvaneControl::AgentNotification {
 struct Event {
   AttentionKind kind = AttentionKind::needsInput;
   std::optional<std::string> cwd{};      ///< The agent's working folder.
-  std::optional<std::string> message{};  ///< One line, shown with the mark.
+  std::optional<std::string> message{};  ///< Shown with the mark.
   std::optional<std::string> session{};
   std::optional<AgentPermission> permission{};
   std::optional<std::string> toolCall{};  ///< The fingerprint of the call that awaits permission.

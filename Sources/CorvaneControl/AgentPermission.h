@@ -16,8 +16,9 @@
 namespace CorvaneControl {
 
 /// A permission card: what an agent asks leave for, ready for display. It is built from the tool
-/// call in the agent's hook input, travels to the application inside a `ControlRequest`, and is
-/// bounded in size whatever the agent sent. A plain value, compared field by field.
+/// call in the agent's hook input, and travels to the application inside a `ControlRequest`. Its
+/// lines, its subject and the texts of its questions are bounded in characters whatever the agent
+/// sent; `note` and `folder` are never cut. A plain value, compared field by field.
 ///
 /// Building a card never fails: input that gives no card gives nothing. Members of the input that
 /// have the wrong JSON type count as missing.
@@ -61,10 +62,13 @@ struct AgentPermission {
 
   Action action = Action::run;
   std::string subject{};                ///< The main thing: command, file name, page, query, title.
-  std::optional<std::string> note{};    ///< One line of explanation.
+  std::optional<std::string> note{};    ///< What explains it: the agent, or the path.
   std::vector<Line> lines{};            ///< The preview.
   std::optional<std::string> folder{};  ///< The agent's working folder, home abbreviated to "~".
-  bool complete = true;                 ///< Whether nothing was cut from `lines` or their texts.
+  /// Whether nothing is missing from `lines` and their texts, and no question or option: a cut
+  /// subject or text of a question leaves it true. False also when an option has a preview, which
+  /// is not for this card.
+  bool complete = true;
   std::optional<std::vector<Question>> questions{};  ///< Only for `ask`.
 
   static constexpr auto fields = std::tuple{

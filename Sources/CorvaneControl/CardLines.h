@@ -19,7 +19,8 @@
 /// text is being split.
 namespace CorvaneControl::CardLines {
 
-/// One line of the preview, without the line feed that ends it. A plain value.
+/// One line of the preview, without the line feed that ended it; a query and an address are one
+/// line each, even with line feeds inside. A plain value.
 struct Line {
   enum class Kind : std::uint8_t { plain, added, removed };
 

@@ -867,6 +867,8 @@ const RequestCase requestCases[] = {
      "Needs your approval: x"},
     {"aFetch", R"("tool_name":"WebFetch","tool_input":{"url":"https://example.org/a/"})",
      "Needs your approval: Fetch example.org/a"},
+    {"aSearchOnTwoLines", R"("tool_name":"WebSearch","tool_input":{"query":"a\nb"})",
+     "Needs your approval: Search a\nb"},
     {"aSearch", R"("tool_name":"WebSearch","tool_input":{"query":"c++ json"})",
      "Needs your approval: Search c++ json"},
     {"anotherTool", R"("tool_name":"mcp__files__read","tool_input":{"a":1})",
