@@ -153,6 +153,13 @@ std::optional<std::string> messageOfClaude(const JSON::Value& input, std::string
   return messagePreview(claudeMessageBody(input.string(key)));
 }
 
+/// Whether a request of Codex is not the user's to decide.
+bool isReviewed(const JSON::Value& input, const Surroundings& surroundings) {
+  const auto transcript = input.string("transcript_path");
+  return transcript && surroundings.autoReviewed &&
+         surroundings.autoReviewed(std::string(*transcript));
+}
+
 /// The summary of the command in a tool's input: a string, or strings joined with spaces.
 std::optional<std::string> commandSummary(const JSON::Value& input) {
   const JSON::Value* toolInput = input.object("tool_input");
@@ -197,58 +204,56 @@ std::string permissionMessage(std::string_view tool, const std::optional<AgentPe
       .append(card->subject);
 }
 
-/// Reads the bytes of a hook input and gives them to `read`. What a tool answered may be megabytes
-/// and is nobody's business here.
-template <class Read>
-std::optional<Event> parsed(std::string bytes, Read read) {
-  const auto document = JSON::Document::parse(bytes, "tool_response");
-  if (!document) return std::nullopt;
-  return read(document->root());
+/// The mark of an event of Claude or Codex, which name their folder and their session alike.
+Event mark(AttentionKind kind, const JSON::Value& input, std::optional<std::string> message) {
+  return {.kind = kind,
+          .cwd = owned(input.string("cwd")),
+          .message = std::move(message),
+          .session = identifier(input.find("session_id"))};
 }
 
 }  // namespace
 
-std::optional<Event> claude(const JSON::Value& input) {
-  const auto name = input.string("hook_event_name");
-  if (!name) return std::nullopt;
-  auto cwd = owned(input.string("cwd"));
-  auto session = identifier(input.find("session_id"));
-  if (*name == "PermissionRequest") {
-    return permissionRequest(input, std::move(cwd), std::move(session), true);
-  }
-  if (*name == "Stop") {
-    return Event{.kind = AttentionKind::done,
-                 .cwd = std::move(cwd),
-                 .message = messageOfClaude(input, "last_assistant_message"),
-                 .session = std::move(session)};
-  }
-  if (*name == "Notification") {
-    const auto kind = notificationKind(input);
-    if (!kind) return std::nullopt;
-    return Event{.kind = *kind,
-                 .cwd = std::move(cwd),
-                 .message = messageOfClaude(input, "message"),
-                 .session = std::move(session)};
+std::optional<Event> event(Agent agent, const JSON::Value& input,
+                           const Surroundings& surroundings) {
+  switch (agent) {
+    case Agent::claude:
+      return claude(input, surroundings);
+    case Agent::codex:
+      return codex(input, surroundings);
+    case Agent::cursor:
+      return cursor(input);
   }
   return std::nullopt;
 }
 
-std::optional<Event> codex(const JSON::Value& input, const AutoReviewed& autoReviewed) {
+std::optional<Event> claude(const JSON::Value& input, const Surroundings& surroundings) {
   const auto name = input.string("hook_event_name");
-  if (!name) return std::nullopt;
-  auto cwd = owned(input.string("cwd"));
-  auto session = identifier(input.find("session_id"));
-  if (*name == "Stop") {
-    if (isCodexSuggestion(input.find("last_assistant_message"))) return std::nullopt;
-    return Event{.kind = AttentionKind::done,
-                 .cwd = std::move(cwd),
-                 .message = messagePreview(input.string("last_assistant_message")),
-                 .session = std::move(session)};
+  if (name == "PermissionRequest") {
+    return permissionRequest(input, owned(input.string("cwd")),
+                             identifier(input.find("session_id")), true, surroundings);
   }
-  if (*name == "PermissionRequest") {
-    const auto transcript = input.string("transcript_path");
-    if (transcript && autoReviewed(std::string(*transcript))) return std::nullopt;
-    return permissionRequest(input, std::move(cwd), std::move(session), false);
+  if (name == "Stop") {
+    return mark(AttentionKind::done, input, messageOfClaude(input, "last_assistant_message"));
+  }
+  if (name == "Notification") {
+    const auto kind = notificationKind(input);
+    if (!kind) return std::nullopt;
+    return mark(*kind, input, messageOfClaude(input, "message"));
+  }
+  return std::nullopt;
+}
+
+std::optional<Event> codex(const JSON::Value& input, const Surroundings& surroundings) {
+  const auto name = input.string("hook_event_name");
+  if (name == "PermissionRequest") {
+    if (isReviewed(input, surroundings)) return std::nullopt;
+    return permissionRequest(input, owned(input.string("cwd")),
+                             identifier(input.find("session_id")), false, surroundings);
+  }
+  if (name == "Stop") {
+    if (isCodexSuggestion(input.find("last_assistant_message"))) return std::nullopt;
+    return mark(AttentionKind::done, input, messagePreview(input.string("last_assistant_message")));
   }
   return std::nullopt;
 }
@@ -257,35 +262,23 @@ std::optional<Event> cursor(const JSON::Value& input) {
   if (input.string("hook_event_name") != "stop") return std::nullopt;
   auto cwd = cursorFolder(input);
   if (!cwd) return std::nullopt;
-  auto session = identifier(input.find("conversation_id"));
+  Event event{.cwd = std::move(cwd), .session = identifier(input.find("conversation_id"))};
   const auto status = input.string("status");
   if (status == "completed") {
-    return Event{.kind = AttentionKind::done, .cwd = std::move(cwd), .session = std::move(session)};
+    event.kind = AttentionKind::done;
+    return event;
   }
   if (status == "error") {
-    return Event{.kind = AttentionKind::needsInput,
-                 .cwd = std::move(cwd),
-                 .message = "Stopped with an error",
-                 .session = std::move(session)};
+    event.kind = AttentionKind::needsInput;
+    event.message = "Stopped with an error";
+    return event;
   }
   return std::nullopt;
 }
 
-std::optional<Event> claude(std::string bytes) {
-  return parsed(std::move(bytes), [](const JSON::Value& input) { return claude(input); });
-}
-
-std::optional<Event> codex(std::string bytes, const AutoReviewed& autoReviewed) {
-  return parsed(std::move(bytes),
-                [&autoReviewed](const JSON::Value& input) { return codex(input, autoReviewed); });
-}
-
-std::optional<Event> cursor(std::string bytes) {
-  return parsed(std::move(bytes), [](const JSON::Value& input) { return cursor(input); });
-}
-
 Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd,
-                        std::optional<std::string> session, bool isClaude) {
+                        std::optional<std::string> session, bool isClaude,
+                        [[maybe_unused]] const Surroundings& surroundings) {
   const std::string_view tool = input.string("tool_name").value_or("");
   const JSON::Value noInput = JSON::Value::ofObject({});
   const JSON::Value* given = input.object("tool_input");

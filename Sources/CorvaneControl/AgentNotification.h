@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/JSON.h"
@@ -25,22 +26,30 @@ struct Event {
   bool operator==(const Event&) const = default;
 };
 
+/// The user's home folder; absent when there is none.
+using HomeFolder = std::function<std::optional<std::string>()>;
 /// Whether the Codex session with that transcript has its approvals reviewed automatically.
 using AutoReviewed = std::function<bool(const std::string& path)>;
 
-std::optional<Event> claude(const JSON::Value& input);
-std::optional<Event> codex(const JSON::Value& input, const AutoReviewed& autoReviewed);
-std::optional<Event> cursor(const JSON::Value& input);
+/// What an event may depend on beside its input. Each is called only when the input asks for it; a
+/// missing one stands for no home folder, and for a user who reviews everything.
+struct Surroundings {
+  HomeFolder homeFolder{};
+  AutoReviewed autoReviewed{};
+};
 
-/// The same, from the bytes of the hook input.
-std::optional<Event> claude(std::string bytes);
-std::optional<Event> codex(std::string bytes, const AutoReviewed& autoReviewed);
-std::optional<Event> cursor(std::string bytes);
+/// The event of an agent's hook input, read by the agent's own function of those below.
+std::optional<Event> event(Agent agent, const JSON::Value& input, const Surroundings& surroundings);
+
+std::optional<Event> claude(const JSON::Value& input, const Surroundings& surroundings);
+std::optional<Event> codex(const JSON::Value& input, const Surroundings& surroundings);
+std::optional<Event> cursor(const JSON::Value& input);
 
 /// The event of a permission request. `isClaude` chooses only whether questions and plans get cards
 /// of their own.
 Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd,
-                        std::optional<std::string> session, bool isClaude);
+                        std::optional<std::string> session, bool isClaude,
+                        const Surroundings& surroundings);
 
 /// "Needs your approval: " and the command, or for the tool, or by itself.
 std::string approval(const JSON::Value& input);

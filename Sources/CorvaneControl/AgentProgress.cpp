@@ -1,5 +1,6 @@
 #include "CorvaneControl/AgentProgress.h"
 
+#include <string_view>
 #include <utility>
 
 #include "CorvaneControl/AgentNotification.h"
@@ -8,41 +9,49 @@
 namespace CorvaneControl {
 namespace {
 
-enum class Agent : std::uint8_t { claude, codex, cursor };
-
-std::optional<Agent> agentNamed(std::string_view name) {
-  if (name == "claude") return Agent::claude;
-  if (name == "codex") return Agent::codex;
-  if (name == "cursor") return Agent::cursor;
-  return std::nullopt;
-}
-
 /// Absent for an event that tells no progress.
 std::optional<AgentActivity> activityOf(Agent agent, std::string_view event,
                                         const JSON::Value& input) {
-  if (agent == Agent::cursor) {
-    if (event == "beforeSubmitPrompt") return AgentActivity::started;
-    if (event == "postToolUse") return AgentActivity::working;
-    if (event == "sessionEnd") return AgentActivity::ended;
-    if (event == "stop" && input.string("status") == "aborted") return AgentActivity::ended;
-    return std::nullopt;
+  switch (agent) {
+    case Agent::claude:
+    case Agent::codex:
+      if (event == "UserPromptSubmit") return AgentActivity::started;
+      if (event == "PostToolUse") return AgentActivity::working;
+      if (event == "SessionEnd") return AgentActivity::ended;
+      return std::nullopt;
+    case Agent::cursor:
+      if (event == "beforeSubmitPrompt") return AgentActivity::started;
+      if (event == "postToolUse") return AgentActivity::working;
+      if (event == "sessionEnd") return AgentActivity::ended;
+      if (event == "stop" && input.string("status") == "aborted") return AgentActivity::ended;
+      return std::nullopt;
   }
-  if (event == "UserPromptSubmit") return AgentActivity::started;
-  if (event == "PostToolUse") return AgentActivity::working;
-  if (event == "SessionEnd") return AgentActivity::ended;
   return std::nullopt;
 }
 
 std::optional<std::string> folderOf(Agent agent, const JSON::Value& input) {
-  if (agent == Agent::cursor) return AgentNotification::cursorFolder(input);
-  const auto cwd = input.string("cwd");
-  if (!cwd || !AgentNotification::validFolder(*cwd)) return std::nullopt;
-  return std::string(*cwd);
+  switch (agent) {
+    case Agent::claude:
+    case Agent::codex: {
+      const auto cwd = input.string("cwd");
+      if (!cwd || !AgentNotification::validFolder(*cwd)) return std::nullopt;
+      return std::string(*cwd);
+    }
+    case Agent::cursor:
+      return AgentNotification::cursorFolder(input);
+  }
+  return std::nullopt;
 }
 
 std::optional<std::string> sessionOf(Agent agent, const JSON::Value& input) {
-  return AgentNotification::identifier(
-      input.find(agent == Agent::cursor ? "conversation_id" : "session_id"));
+  switch (agent) {
+    case Agent::claude:
+    case Agent::codex:
+      return AgentNotification::identifier(input.find("session_id"));
+    case Agent::cursor:
+      return AgentNotification::identifier(input.find("conversation_id"));
+  }
+  return std::nullopt;
 }
 
 std::optional<std::string> taskOf(Agent agent, const JSON::Value& input) {
@@ -68,33 +77,24 @@ std::optional<std::string> toolCallOf(const JSON::Value& input) {
 
 }  // namespace
 
-std::optional<AgentProgress> AgentProgress::parse(std::string_view agent,
-                                                  const JSON::Value& input) {
-  const auto known = agentNamed(agent);
-  if (!known) return std::nullopt;
+std::optional<AgentProgress> AgentProgress::parse(Agent agent, const JSON::Value& input) {
   if (input.find("agent_id") != nullptr || input.find("parent_tool_call_id") != nullptr) {
     return std::nullopt;
   }
   const auto event = input.string("hook_event_name");
   if (!event) return std::nullopt;
-  const auto activity = activityOf(*known, *event, input);
+  const auto activity = activityOf(agent, *event, input);
   if (!activity) return std::nullopt;
-  auto folder = folderOf(*known, input);
+  auto folder = folderOf(agent, input);
   if (!folder) return std::nullopt;
-  auto session = sessionOf(*known, input);
+  auto session = sessionOf(agent, input);
   if (!session) return std::nullopt;
 
   AgentProgress progress{
       .activity = *activity, .cwd = std::move(*folder), .session = std::move(*session)};
-  if (*activity == AgentActivity::started) progress.task = taskOf(*known, input);
+  if (*activity == AgentActivity::started) progress.task = taskOf(agent, input);
   if (*activity == AgentActivity::working) progress.toolCall = toolCallOf(input);
   return progress;
-}
-
-std::optional<AgentProgress> AgentProgress::parse(std::string_view agent, std::string bytes) {
-  const auto document = JSON::Document::parse(bytes, "tool_response");
-  if (!document) return std::nullopt;
-  return parse(agent, document->root());
 }
 
 }  // namespace CorvaneControl

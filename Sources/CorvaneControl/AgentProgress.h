@@ -2,8 +2,8 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/JSON.h"
 
@@ -20,11 +20,9 @@ struct AgentProgress {
 
   bool operator==(const AgentProgress&) const = default;
 
-  /// Reads an agent's hook input; absent when it tells no progress. `agent` is "claude", "codex" or
-  /// "cursor". A sub-agent's input tells nothing of the session's progress.
-  static std::optional<AgentProgress> parse(std::string_view agent, const JSON::Value& input);
-  /// The same, from the bytes of the hook input.
-  static std::optional<AgentProgress> parse(std::string_view agent, std::string bytes);
+  /// Reads an agent's hook input; absent when it tells no progress. A sub-agent's input tells
+  /// nothing of the session's progress.
+  static std::optional<AgentProgress> parse(Agent agent, const JSON::Value& input);
 };
 
 }  // namespace CorvaneControl

@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentProgress.h"
 #include "CorvaneControl/Platform/Text.h"
@@ -32,19 +33,20 @@ Commands:
 namespace {
 
 using Command = ControlRequest::Command;
+using Options = std::map<std::string, std::string>;
 
 constexpr std::array<std::string_view, 4> valuedOptions = {"--agent", "--kind", "--cwd",
                                                            "--message"};
 
-/// The words after the command, sorted by what they are.
+/// The words after the command, told apart by what they are.
 struct Words {
-  std::map<std::string, std::string> options{};  ///< Options that take a value, with the value.
-  std::set<std::string> flags{};
+  Options options{};              ///< Those that take a value, with the value.
+  std::set<std::string> flags{};  ///< Other words that begin with "--".
   std::vector<std::string> positional{};
   std::optional<std::string> withoutValue{};  ///< An option that came last, without its value.
 };
 
-Words sorted(const std::vector<std::string>& arguments) {
+Words classified(const std::vector<std::string>& arguments) {
   Words words;
   for (auto word = arguments.begin() + 1; word != arguments.end(); ++word) {
     if (std::ranges::find(valuedOptions, *word) != valuedOptions.end()) {
@@ -76,10 +78,9 @@ bool isOneOf(std::string_view word, std::initializer_list<std::string_view> word
   return std::ranges::find(words, word) != words.end();
 }
 
-std::optional<std::string> value(const std::map<std::string, std::string>& flags,
-                                 const char* option) {
-  const auto found = flags.find(option);
-  if (found == flags.end()) return std::nullopt;
+std::optional<std::string> value(const Options& options, const char* name) {
+  const auto found = options.find(name);
+  if (found == options.end()) return std::nullopt;
   return found->second;
 }
 
@@ -88,8 +89,8 @@ ControlRequest notifyRequest(std::string agent, const Process& process) {
   ControlRequest request;
   request.command = Command::notify;
   request.agent = std::move(agent);
-  request.process = process.parentProcess();
-  request.cmux = CmuxPane::fromEnvironment(process.environment);
+  if (process.parentProcess) request.process = process.parentProcess();
+  if (process.environment) request.cmux = CmuxPane::fromEnvironment(process.environment);
   return request;
 }
 
@@ -104,19 +105,19 @@ Parsed progressRequest(std::string agent, AgentProgress progress, std::optional<
   return Run{std::move(request), Format::text};
 }
 
-Parsed attentionRequest(std::string agent, AgentNotification::Event event,
-                        const std::map<std::string, std::string>& flags, const Process& process) {
-  if (const auto name = value(flags, "--kind")) {
+Parsed attentionRequest(std::string agent, AgentNotification::Event event, const Options& options,
+                        const Process& process) {
+  if (const auto name = value(options, "--kind")) {
     const auto kind = wireValue<AttentionKind>(*name);
     if (!kind) return Usage{"--kind is needs-input or done, not " + *name + "."};
     event.kind = *kind;
   }
   ControlRequest request = notifyRequest(std::move(agent), process);
   request.kind = event.kind;
-  request.cwd = value(flags, "--cwd");
+  request.cwd = value(options, "--cwd");
   if (!request.cwd) request.cwd = std::move(event.cwd);
-  if (!request.cwd) request.cwd = process.currentDirectory();
-  request.message = value(flags, "--message");
+  if (!request.cwd) request.cwd = process.currentDirectory ? process.currentDirectory() : "";
+  request.message = value(options, "--message");
   if (!request.message) request.message = std::move(event.message);
   request.session = std::move(event.session);
   request.permission = std::move(event.permission);
@@ -125,10 +126,10 @@ Parsed attentionRequest(std::string agent, AgentNotification::Event event,
 }
 
 /// A script's own call, without an agent's input.
-Parsed manualRequest(std::string agent, const std::map<std::string, std::string>& flags,
+Parsed manualRequest(std::string agent, const Options& options,
                      const std::vector<std::string>& positional, const Process& process) {
   if (!positional.empty()) return Usage{"notify takes options only."};
-  return attentionRequest(std::move(agent), {}, flags, process);
+  return attentionRequest(std::move(agent), {}, options, process);
 }
 
 }  // namespace
@@ -136,7 +137,7 @@ Parsed manualRequest(std::string agent, const std::map<std::string, std::string>
 Parsed parse(const std::vector<std::string>& arguments, const Process& process) {
   if (arguments.empty()) return Usage{};
   const std::string& command = arguments.front();
-  Words words = sorted(arguments);
+  Words words = classified(arguments);
   if (words.withoutValue) return Usage{*words.withoutValue + " needs a value."};
   const Format format = words.flags.erase("--json") > 0 ? Format::json : Format::text;
 
@@ -173,29 +174,28 @@ Parsed parse(const std::vector<std::string>& arguments, const Process& process) 
   return Usage{"Unknown command: " + command};
 }
 
-Parsed notify(const std::map<std::string, std::string>& flags,
-              const std::vector<std::string>& positional, const Process& process) {
-  auto agent = value(flags, "--agent");
-  if (!agent) return manualRequest("agent", flags, positional, process);
+Parsed notify(const Options& options, const std::vector<std::string>& positional,
+              const Process& process) {
+  auto name = value(options, "--agent");
+  if (!name) return manualRequest("agent", options, positional, process);
 
-  const std::string name = Text::lowercasedASCII(*agent);
-  if (!isOneOf(name, {"claude", "codex", "cursor"})) {
-    if (flags.contains("--kind")) {
-      return manualRequest(std::move(*agent), flags, positional, process);
+  const auto agent = wireValue<Agent>(Text::lowercasedASCII(*name));
+  if (!agent) {
+    if (options.contains("--kind")) {
+      return manualRequest(std::move(*name), options, positional, process);
     }
-    return Usage{"Unknown agent " + *agent + ": use claude, codex or cursor, or give --kind."};
+    return Usage{"Unknown agent " + *name + ": use claude, codex or cursor, or give --kind."};
   }
 
-  const JSON::Value* const input = process.standardInput();
+  const JSON::Value* const input = process.standardInput ? process.standardInput() : nullptr;
   if (!input) return Nothing{};
-  if (auto progress = AgentProgress::parse(name, *input)) {
-    return progressRequest(std::move(*agent), std::move(*progress), value(flags, "--cwd"), process);
+  if (auto progress = AgentProgress::parse(*agent, *input)) {
+    return progressRequest(std::move(*name), std::move(*progress), value(options, "--cwd"),
+                           process);
   }
-  auto event = name == "claude"  ? AgentNotification::claude(*input)
-               : name == "codex" ? AgentNotification::codex(*input, process.autoReviewed)
-                                 : AgentNotification::cursor(*input);
+  auto event = AgentNotification::event(*agent, *input, {process.homeFolder, process.autoReviewed});
   if (!event) return Nothing{};
-  return attentionRequest(std::move(*agent), std::move(*event), flags, process);
+  return attentionRequest(std::move(*name), std::move(*event), options, process);
 }
 
 }  // namespace CorvaneControl::ControlCommandLine

@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/JSON.h"
 
@@ -45,7 +46,8 @@ using Parsed = std::variant<Run, Usage, Nothing, Help, Version>;
 /// The usage text, without a line feed at its end.
 extern const std::string_view usage;
 
-/// What the process lends to the command line.
+/// What the process lends to the command line. A function that is missing counts as one that gives
+/// nothing: null, an empty text, absent, no.
 struct Process {
   /// What stands on standard input, parsed; null when there is nothing or when it is not JSON.
   std::function<const JSON::Value*()> standardInput{};
@@ -53,8 +55,8 @@ struct Process {
   std::function<std::string()> currentDirectory{};
   /// The parent's process identifier.
   std::function<std::optional<std::int32_t>()> parentProcess{};
-  /// Whether the Codex session with that transcript has its approvals reviewed automatically.
-  std::function<bool(const std::string& path)> autoReviewed{};
+  AgentNotification::HomeFolder homeFolder{};
+  AgentNotification::AutoReviewed autoReviewed{};
   Environment environment{};
 };
 
@@ -62,9 +64,10 @@ struct Process {
 /// `Usage{"Unknown command: frob"}`.
 Parsed parse(const std::vector<std::string>& arguments, const Process& process);
 
-/// The decision for `notify`. `flags` holds the options that were given, by name with the leading
-/// dashes ("--agent"); `positional` the words that are neither options nor their values.
-Parsed notify(const std::map<std::string, std::string>& flags,
+/// The decision for `notify`. `options` holds those that were given with their values, by name with
+/// the leading dashes ("--agent"); `positional` the words that are neither options nor their
+/// values.
+Parsed notify(const std::map<std::string, std::string>& options,
               const std::vector<std::string>& positional, const Process& process);
 
 }  // namespace CorvaneControl::ControlCommandLine

@@ -240,6 +240,7 @@ std::string currentDirectory() {
       .standardInput = [&] { return input.value(); },
       .currentDirectory = currentDirectory,
       .parentProcess = [] { return std::optional<std::int32_t>(::getppid()); },
+      .homeFolder = CorvaneControl::System::homeFolder,
       .autoReviewed = CorvaneControl::CodexTranscript::autoReviewed,
       .environment = CorvaneControl::System::environmentValue,
   };

@@ -68,7 +68,7 @@ TEST_P(EventCost, ofAPromptStaysSmall) {
       JSON::Member{"hook_event_name", JSON::Value::ofString("UserPromptSubmit")},
       JSON::Member{"prompt", value_},
       JSON::Member{"session_id", JSON::Value::ofString("session-1")}};
-  for (const char* agent : {"claude", "codex"}) {
+  for (const Agent agent : {Agent::claude, Agent::codex}) {
     std::optional<AgentProgress> progress;
     EXPECT_LT(taken([&] { progress = AgentProgress::parse(agent, object(members)); }), 10'000U);
     EXPECT_TRUE(progress);
@@ -79,13 +79,9 @@ TEST_P(EventCost, ofAMessageStaysSmall) {
   const std::array members{JSON::Member{"hook_event_name", JSON::Value::ofString("Stop")},
                            JSON::Member{"last_assistant_message", value_}};
   std::optional<AgentNotification::Event> event;
-  EXPECT_LT(taken([&] { event = AgentNotification::claude(object(members)); }), 600'000U);
+  EXPECT_LT(taken([&] { event = AgentNotification::claude(object(members), {}); }), 600'000U);
   EXPECT_TRUE(event);
-  EXPECT_LT(taken([&] {
-              event = AgentNotification::codex(object(members),
-                                               [](const std::string&) { return false; });
-            }),
-            600'000U);
+  EXPECT_LT(taken([&] { event = AgentNotification::codex(object(members), {}); }), 600'000U);
   EXPECT_TRUE(event);
 }
 

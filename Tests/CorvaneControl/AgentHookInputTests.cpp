@@ -8,6 +8,7 @@
 #include <random>
 #include <set>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentProgress.h"
 #include "CorvaneControl/CodexTranscript.h"
@@ -26,8 +27,6 @@ std::string contents(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
-bool neverReviewed(const std::string&) { return false; }
-
 /// What an input comes to. Progress comes first, as in the command.
 struct Outcome {
   std::optional<AgentProgress> progress{};
@@ -36,15 +35,16 @@ struct Outcome {
   bool operator==(const Outcome&) const = default;
 };
 
-/// From bytes, or from a parsed input.
-template <class Input>
-Outcome outcome(const std::string& agent, const Input& input) {
+Outcome outcome(Agent agent, const JSON::Value& input) {
   Outcome result{.progress = AgentProgress::parse(agent, input)};
-  if (result.progress) return result;
-  if (agent == "claude") result.event = AgentNotification::claude(input);
-  if (agent == "codex") result.event = AgentNotification::codex(input, neverReviewed);
-  if (agent == "cursor") result.event = AgentNotification::cursor(input);
+  if (!result.progress) result.event = AgentNotification::event(agent, input, {});
   return result;
+}
+
+/// From bytes, as the command reads them: what a tool answered is not kept.
+Outcome outcome(Agent agent, std::string bytes) {
+  const auto document = JSON::Document::parse(bytes, "tool_response");
+  return document ? outcome(agent, document->root()) : Outcome();
 }
 
 /// The outcome in a line, such as "needs-input Asks you a question [ask Which?] #1a2b".
@@ -208,7 +208,7 @@ class HookInput : public testing::TestWithParam<HookCase> {
   HookInput() { setenv("HOME", "/home/nobody", 1); }
 
   std::filesystem::path path_ = fixtures / (std::string(GetParam().file) + ".json");
-  std::string agent_ = path_.parent_path().filename().string();
+  Agent agent_ = wireValue<Agent>(path_.parent_path().filename().string()).value();
   std::string bytes_ = contents(path_);
 };
 
@@ -228,7 +228,7 @@ TEST_P(HookInput, comesToItsOutcome) {
   }
 }
 
-TEST_P(HookInput, isReadFromAParsedInputAsFromItsBytes) {
+TEST_P(HookInput, isReadTheSameWithWhatTheToolAnswered) {
   std::string scratch = bytes_;
   const auto document = JSON::Document::parse(scratch);
   ASSERT_TRUE(document);
@@ -236,11 +236,11 @@ TEST_P(HookInput, isReadFromAParsedInputAsFromItsBytes) {
 }
 
 TEST_P(HookInput, ofCursorMeansNothingToTheOthersAndTheirsNothingToCursor) {
-  if (agent_ == "cursor") {
-    EXPECT_EQ(outcome("claude", bytes_), Outcome());
-    EXPECT_EQ(outcome("codex", bytes_), Outcome());
+  if (agent_ == Agent::cursor) {
+    EXPECT_EQ(outcome(Agent::claude, bytes_), Outcome());
+    EXPECT_EQ(outcome(Agent::codex, bytes_), Outcome());
   } else {
-    EXPECT_EQ(outcome("cursor", bytes_), Outcome());
+    EXPECT_EQ(outcome(Agent::cursor, bytes_), Outcome());
   }
 }
 
@@ -321,16 +321,19 @@ TEST(AgentHookInput, everyFixtureHasARow) {
 }
 
 TEST(AgentHookInput, aReviewedSessionOfCodexAsksNobody) {
-  const std::string bytes = contents(fixtures / "codex/PermissionRequest-Bash.json");
-  const auto reviewedBy = [](const char* transcript) {
-    return [transcript](const std::string&) {
-      return CodexTranscript::autoReviewed((fixtures / "codex" / transcript).string());
-    };
+  std::string bytes = contents(fixtures / "codex/PermissionRequest-Bash.json");
+  const auto document = JSON::Document::parse(bytes);
+  ASSERT_TRUE(document);
+  const auto eventWith = [&document](const char* transcript) {
+    return AgentNotification::codex(
+        document->root(), {.autoReviewed = [transcript](const std::string&) {
+          return CodexTranscript::autoReviewed((fixtures / "codex" / transcript).string());
+        }});
   };
-  EXPECT_FALSE(AgentNotification::codex(bytes, reviewedBy("transcript-auto-review.jsonl")));
-  EXPECT_TRUE(AgentNotification::codex(bytes, reviewedBy("transcript-user.jsonl")));
-  EXPECT_TRUE(AgentNotification::codex(bytes, reviewedBy("transcript-older.jsonl")));
-  EXPECT_TRUE(AgentNotification::codex(bytes, reviewedBy("transcript-missing.jsonl")));
+  EXPECT_FALSE(eventWith("transcript-auto-review.jsonl"));
+  EXPECT_TRUE(eventWith("transcript-user.jsonl"));
+  EXPECT_TRUE(eventWith("transcript-older.jsonl"));
+  EXPECT_TRUE(eventWith("transcript-missing.jsonl"));
 }
 
 // Hostile input
@@ -368,18 +371,20 @@ void expectLimits(const Outcome& outcome) {
 }
 
 void expectLimits(const std::string& bytes) {
-  for (const std::string agent : {"claude", "codex", "cursor"}) {
+  for (const Agent agent : allAgents) {
     const Outcome result = outcome(agent, bytes);
     expectLimits(result);
     if (testing::Test::HasFailure()) {
-      FAIL() << agent << ": " << bytes;
+      FAIL() << wireName(agent) << ": " << bytes;
     }
   }
+  std::string text = bytes;
+  const auto document = JSON::Document::parse(text, "tool_response");
+  if (!document) return;
   // The doors that a progress event does not come to.
-  expectLimits(Outcome{.event = AgentNotification::claude(bytes)});
-  expectLimits(Outcome{.event = AgentNotification::codex(bytes, neverReviewed)});
-  expectLimits(Outcome{.event = AgentNotification::cursor(bytes)});
-  AgentProgress::parse("other", bytes);
+  for (const Agent agent : allAgents) {
+    expectLimits(Outcome{.event = AgentNotification::event(agent, document->root(), {})});
+  }
 }
 
 class HostileInput : public testing::Test {
@@ -553,9 +558,7 @@ TEST_F(HostileInput, largeAndDeepInputsKeepTheLimits) {
       std::string(1'000'000, '{'),
   };
   for (const std::string& bytes : inputs) {
-    for (const std::string agent : {"claude", "codex", "cursor"}) {
-      expectLimits(outcome(agent, bytes));
-    }
+    for (const Agent agent : allAgents) expectLimits(outcome(agent, bytes));
   }
 }
 

@@ -615,6 +615,19 @@ struct EventCase {
   std::optional<Event> event;
 };
 
+/// The event of a hook input, given as bytes; absent when they are no JSON.
+std::optional<Event> eventOf(Agent agent, std::string bytes, const AutoReviewed& autoReviewed) {
+  const auto document = JSON::Document::parse(bytes);
+  if (!document) return std::nullopt;
+  return event(agent, document->root(), {.autoReviewed = autoReviewed});
+}
+
+bool neverReviewed(const std::string&) { return false; }
+
+std::optional<Event> eventOf(Agent agent, std::string bytes) {
+  return eventOf(agent, std::move(bytes), neverReviewed);
+}
+
 const std::string place = R"("cwd":"/home/user/project","session_id":"session-1")";
 
 /// Input of Claude or Codex with a folder and a session.
@@ -713,10 +726,10 @@ const EventCase claudeCases[] = {
     {"noName", "{" + place + "}", std::nullopt},
 };
 class ClaudeEvent : public testing::TestWithParam<EventCase> {};
-TEST_P(ClaudeEvent, isAMark) { EXPECT_EQ(claude(GetParam().input), GetParam().event); }
+TEST_P(ClaudeEvent, isAMark) {
+  EXPECT_EQ(eventOf(Agent::claude, GetParam().input), GetParam().event);
+}
 INSTANTIATE_TEST_SUITE_P(AgentNotification, ClaudeEvent, testing::ValuesIn(claudeCases), named);
-
-bool neverReviewed(const std::string&) { return false; }
 
 const EventCase codexCases[] = {
     {"aStop", input("Stop", R"("last_assistant_message":"All **done**.\n")"), done("All done.")},
@@ -748,7 +761,9 @@ const EventCase codexCases[] = {
     {"noName", "{" + place + "}", std::nullopt},
 };
 class CodexEvent : public testing::TestWithParam<EventCase> {};
-TEST_P(CodexEvent, isAMark) { EXPECT_EQ(codex(GetParam().input, neverReviewed), GetParam().event); }
+TEST_P(CodexEvent, isAMark) {
+  EXPECT_EQ(eventOf(Agent::codex, GetParam().input), GetParam().event);
+}
 INSTANTIATE_TEST_SUITE_P(AgentNotification, CodexEvent, testing::ValuesIn(codexCases), named);
 
 std::string stop(std::string_view status, std::string_view more = "") {
@@ -801,7 +816,9 @@ const EventCase cursorCases[] = {
     {"noName", R"({"workspace_roots":["/a"],"status":"completed"})", std::nullopt},
 };
 class CursorEvent : public testing::TestWithParam<EventCase> {};
-TEST_P(CursorEvent, isAMark) { EXPECT_EQ(cursor(GetParam().input), GetParam().event); }
+TEST_P(CursorEvent, isAMark) {
+  EXPECT_EQ(eventOf(Agent::cursor, GetParam().input), GetParam().event);
+}
 INSTANTIATE_TEST_SUITE_P(AgentNotification, CursorEvent, testing::ValuesIn(cursorCases), named);
 
 TEST(AgentNotification, whatIsNoHookInputIsNoEvent) {
@@ -811,26 +828,37 @@ TEST(AgentNotification, whatIsNoHookInputIsNoEvent) {
         std::string(R"({"hook_event_name":"Stop"} x)"),
         std::string("{\"hook_event_name\":\"Stop\",\"cwd\":\"\xFF\"}"), repeated(100'000, "["),
         repeated(100'000, "{\"hook_event_name\":")}) {
-    EXPECT_FALSE(claude(bytes)) << bytes.substr(0, 50);
-    EXPECT_FALSE(codex(bytes, neverReviewed)) << bytes.substr(0, 50);
-    EXPECT_FALSE(cursor(bytes)) << bytes.substr(0, 50);
+    EXPECT_FALSE(eventOf(Agent::claude, bytes)) << bytes.substr(0, 50);
+    EXPECT_FALSE(eventOf(Agent::codex, bytes)) << bytes.substr(0, 50);
+    EXPECT_FALSE(eventOf(Agent::cursor, bytes)) << bytes.substr(0, 50);
   }
   for (const std::string& value : everyType) {
     const std::string event = R"({"workspace_roots":["/a"],"hook_event_name":)" + value + "}";
     for (const std::string& bytes : {value, event}) {
-      EXPECT_FALSE(claude(bytes)) << bytes;
-      EXPECT_FALSE(codex(bytes, neverReviewed)) << bytes;
-      EXPECT_FALSE(cursor(bytes)) << bytes;
+      EXPECT_FALSE(eventOf(Agent::claude, bytes)) << bytes;
+      EXPECT_FALSE(eventOf(Agent::codex, bytes)) << bytes;
+      EXPECT_FALSE(eventOf(Agent::cursor, bytes)) << bytes;
     }
   }
 }
 
-TEST(AgentNotification, isReadFromAParsedInputAsFromItsBytes) {
-  for (const auto& row : claudeCases) EXPECT_EQ(claude(Read(row.input).value()), row.event);
-  for (const auto& row : codexCases) {
-    EXPECT_EQ(codex(Read(row.input).value(), neverReviewed), row.event);
+TEST(AgentNotification, everyAgentsInputIsReadByItsOwnFunction) {
+  const Surroundings surroundings{.autoReviewed = neverReviewed};
+  for (const auto& row : claudeCases) {
+    EXPECT_EQ(claude(Read(row.input).value(), surroundings), row.event) << row.name;
   }
-  for (const auto& row : cursorCases) EXPECT_EQ(cursor(Read(row.input).value()), row.event);
+  for (const auto& row : codexCases) {
+    EXPECT_EQ(codex(Read(row.input).value(), surroundings), row.event) << row.name;
+  }
+  for (const auto& row : cursorCases) {
+    EXPECT_EQ(cursor(Read(row.input).value()), row.event) << row.name;
+  }
+}
+
+TEST(AgentNotification, whatTheProcessDoesNotLendCountsAsNothing) {
+  const std::string request = input("PermissionRequest", R"("transcript_path":"/a")");
+  EXPECT_EQ(event(Agent::codex, Read(request).value(), {}), eventOf(Agent::codex, request));
+  for (const Agent agent : allAgents) EXPECT_FALSE(event(agent, Read("{}").value(), {}));
 }
 
 // Permission requests
@@ -933,10 +961,10 @@ TEST_P(Request, ofClaudeHasItsMessageCardAndCall) {
                     : tool() == "ExitPlanMode"
                         ? AgentPermission::plan(toolInput(), folders_)
                         : AgentPermission::parse(tool(), toolInput(), folders_);
-  expectEvent(claude(bytes_), GetParam().message, card);
+  expectEvent(eventOf(Agent::claude, bytes_), GetParam().message, card);
 }
 TEST_P(Request, ofCodexHasTheOrdinaryCard) {
-  expectEvent(codex(bytes_, neverReviewed), GetParam().message,
+  expectEvent(eventOf(Agent::codex, bytes_), GetParam().message,
               AgentPermission::parse(tool(), toolInput(), folders_));
 }
 INSTANTIATE_TEST_SUITE_P(AgentNotification, Request, testing::ValuesIn(requestCases), named);
@@ -948,18 +976,18 @@ TEST(AgentNotification, questionsAndPlansHaveCardsFromClaudeOnly) {
             R"("options":[{"label":"A"}]}]})");
   const std::string plan =
       input("PermissionRequest", R"("tool_name":"ExitPlanMode","tool_input":{"plan":"1. Do"})");
-  ASSERT_TRUE(claude(question)->permission);
-  EXPECT_EQ(claude(question)->permission->action, AgentPermission::Action::ask);
-  ASSERT_TRUE(claude(plan)->permission);
-  EXPECT_EQ(claude(plan)->permission->action, AgentPermission::Action::plan);
-  EXPECT_FALSE(codex(question, neverReviewed)->permission);
-  EXPECT_FALSE(codex(plan, neverReviewed)->permission);
+  ASSERT_TRUE(eventOf(Agent::claude, question)->permission);
+  EXPECT_EQ(eventOf(Agent::claude, question)->permission->action, AgentPermission::Action::ask);
+  ASSERT_TRUE(eventOf(Agent::claude, plan)->permission);
+  EXPECT_EQ(eventOf(Agent::claude, plan)->permission->action, AgentPermission::Action::plan);
+  EXPECT_FALSE(eventOf(Agent::codex, question)->permission);
+  EXPECT_FALSE(eventOf(Agent::codex, plan)->permission);
 }
 
 TEST(AgentNotification, aRequestWithoutAFolderHasACardWithoutOne) {
   const auto event =
-      claude(std::string(R"({"hook_event_name":"PermissionRequest","tool_name":"Bash",)"
-                         R"("tool_input":{"command":"make"}})"));
+      eventOf(Agent::claude, R"({"hook_event_name":"PermissionRequest","tool_name":"Bash",)"
+                             R"("tool_input":{"command":"make"}})");
   ASSERT_TRUE(event && event->permission);
   EXPECT_EQ(event->cwd, std::nullopt);
   EXPECT_EQ(event->session, std::nullopt);
@@ -971,9 +999,9 @@ TEST(AgentNotification, aMissingInputHasTheFingerprintOfAnEmptyOne) {
   const std::string missing = input("PermissionRequest", R"("tool_name":"Bash")");
   const std::string nameless = input("PermissionRequest");
   // 64-bit FNV-1a of "Bash", a zero byte and {}; of a zero byte and {}.
-  EXPECT_EQ(claude(empty)->toolCall, "62e942a48133044d");
-  EXPECT_EQ(claude(missing)->toolCall, "62e942a48133044d");
-  EXPECT_EQ(claude(nameless)->toolCall, "d884b5186b651423");
+  EXPECT_EQ(eventOf(Agent::claude, empty)->toolCall, "62e942a48133044d");
+  EXPECT_EQ(eventOf(Agent::claude, missing)->toolCall, "62e942a48133044d");
+  EXPECT_EQ(eventOf(Agent::claude, nameless)->toolCall, "d884b5186b651423");
 }
 
 // Automatic review
@@ -997,15 +1025,16 @@ class Review : public testing::TestWithParam<ReviewCase> {};
 TEST_P(Review, isAskedForTheTranscriptOfARequest) {
   for (const bool reviewed : {true, false}) {
     std::vector<std::string> asked;
-    const auto event = codex(GetParam().input, [&asked, reviewed](const std::string& path) {
-      asked.push_back(path);
-      return reviewed;
-    });
+    const auto event =
+        eventOf(Agent::codex, GetParam().input, [&asked, reviewed](const std::string& path) {
+          asked.push_back(path);
+          return reviewed;
+        });
     EXPECT_EQ(asked, GetParam().asked);
     if (reviewed && !asked.empty()) {
       EXPECT_EQ(event, std::nullopt);
     } else {
-      EXPECT_EQ(event, codex(GetParam().input, neverReviewed));
+      EXPECT_EQ(event, eventOf(Agent::codex, GetParam().input));
     }
   }
 }

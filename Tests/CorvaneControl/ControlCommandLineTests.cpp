@@ -195,6 +195,23 @@ TEST(ControlCommandLine, theUsageTextHasNoLineFeedAtItsEnd) {
   EXPECT_EQ(std::ranges::count(ControlCommandLine::usage, '\n'), 15);
 }
 
+/// The agents' names in a sentence.
+std::string agentsInWords() {
+  std::string words;
+  for (const Agent agent : allAgents) {
+    if (!words.empty()) words += agent == allAgents.back() ? " or " : ", ";
+    words += wireName(agent);
+  }
+  return words;
+}
+
+TEST(ControlCommandLine, everyAgentIsNamedToTheUser) {
+  EXPECT_NE(ControlCommandLine::usage.find("--agent <name>       " + agentsInWords() + ": reads"),
+            std::string_view::npos);
+  EXPECT_EQ(ControlCommandLine::parse({"notify", "--agent", "x"}, {}),
+            usage("Unknown agent x: use " + agentsInWords() + ", or give --kind."));
+}
+
 const std::string stop =
     R"({"hook_event_name":"Stop","session_id":"s1","cwd":"/w","last_assistant_message":"Hi"})";
 const std::string submit =
@@ -301,6 +318,15 @@ TEST(Notify, optionsReplaceWhatTheEventSays) {
             Parsed(ControlCommandLine::Run{request}));
 }
 
+TEST(Notify, theCurrentFolderIsSentWhole) {
+  const std::string folder = "/" + std::string(100'000, 'x');
+  const auto parsed =
+      ControlCommandLine::parse({"notify"}, {.currentDirectory = [&folder] { return folder; }});
+  const auto* const decision = std::get_if<ControlCommandLine::Run>(&parsed);
+  ASSERT_NE(decision, nullptr);
+  EXPECT_EQ(decision->request.cwd, folder);
+}
+
 TEST(Notify, anEventWithoutAFolderMarksTheCurrentOne) {
   Surroundings process{.input = R"({"hook_event_name":"Stop"})"};
   ControlRequest request = attention("claude");
@@ -322,6 +348,39 @@ TEST(Notify, progressTakesOnlyTheFolderFromTheOptions) {
   EXPECT_EQ(process.parse({"notify", "--agent", "codex", "--cwd", "/there", "--kind", "wrong",
                            "--message", "x", "extra"}),
             Parsed(ControlCommandLine::Run{request}));
+}
+
+TEST(Notify, everyAgentsInputIsRead) {
+  for (const Agent agent : allAgents) {
+    Surroundings process{.input = stop};
+    process.parse({"notify", "--agent", std::string(wireName(agent))});
+    EXPECT_EQ(process.inputCalls, 1) << wireName(agent);
+  }
+}
+
+TEST(Notify, aProcessThatLendsNothingIsOneThatKnowsNothing) {
+  const ControlRequest request{
+      .command = Command::notify, .agent = "agent", .cwd = "", .kind = AttentionKind::needsInput};
+  EXPECT_EQ(ControlCommandLine::parse({"notify"}, {}), Parsed(ControlCommandLine::Run{request}));
+  for (const Agent agent : allAgents) {
+    const std::string name(wireName(agent));
+    EXPECT_EQ(ControlCommandLine::parse({"notify", "--agent", name}, {}),
+              Parsed(ControlCommandLine::Nothing{}));
+  }
+}
+
+TEST(Notify, aProcessThatLendsOnlyInputHasItsRequestsAsked) {
+  std::string bytes = permission;
+  const auto document = JSON::Document::parse(bytes);
+  ASSERT_TRUE(document);
+  const ControlCommandLine::Process process{.standardInput = [&] { return &document->root(); }};
+  for (const char* const agent : {"claude", "codex"}) {
+    const auto parsed = ControlCommandLine::parse({"notify", "--agent", agent}, process);
+    const auto* const decision = std::get_if<ControlCommandLine::Run>(&parsed);
+    ASSERT_NE(decision, nullptr);
+    ASSERT_TRUE(decision->request.permission);
+    EXPECT_EQ(decision->request.permission->subject, "ls");
+  }
 }
 
 TEST(Notify, aKnownAgentTakesWords) {

@@ -4,12 +4,14 @@
 #include <optional>
 #include <string>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentProgress.h"
 #include "CorvaneControl/Platform/JSON.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 
+using CorvaneControl::Agent;
 using CorvaneControl::AgentProgress;
 namespace AgentNotification = CorvaneControl::AgentNotification;
 namespace JSON = CorvaneControl::JSON;
@@ -40,35 +42,23 @@ void check(const std::optional<AgentNotification::Event>& event) {
   require(event->toolCall || !event->message || isSummary(*event->message));
 }
 
-bool neverReviewed(const std::string&) { return false; }
-
 }  // namespace
 
-/// Any hook input gives marks and progress within their limits or none, and the same from its bytes
-/// as from what was parsed.
+/// Any hook input gives marks and progress within their limits or none, and each agent's input is
+/// read the same by way of the agent's name and by the agent's own function.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const CorvaneTests::Input input(data, size);
-  const std::string bytes(input.text());
-  std::string text = bytes;
+  std::string text(input.text());
   const auto document = JSON::Document::parse(text);
+  if (!document) return 0;
 
-  for (const char* agent : {"claude", "codex", "cursor"}) {
-    const auto progress = AgentProgress::parse(agent, bytes);
-    check(progress);
-    require(progress == (document ? AgentProgress::parse(agent, document->root()) : std::nullopt));
+  const JSON::Value& root = document->root();
+  for (const Agent agent : CorvaneControl::allAgents) {
+    check(AgentProgress::parse(agent, root));
+    check(AgentNotification::event(agent, root, {}));
   }
-  const auto claude = AgentNotification::claude(bytes);
-  const auto codex = AgentNotification::codex(bytes, neverReviewed);
-  const auto cursor = AgentNotification::cursor(bytes);
-  check(claude);
-  check(codex);
-  check(cursor);
-  if (!document) {
-    require(!claude && !codex && !cursor);
-    return 0;
-  }
-  require(claude == AgentNotification::claude(document->root()));
-  require(codex == AgentNotification::codex(document->root(), neverReviewed));
-  require(cursor == AgentNotification::cursor(document->root()));
+  require(AgentNotification::event(Agent::claude, root, {}) == AgentNotification::claude(root, {}));
+  require(AgentNotification::event(Agent::codex, root, {}) == AgentNotification::codex(root, {}));
+  require(AgentNotification::event(Agent::cursor, root, {}) == AgentNotification::cursor(root));
   return 0;
 }
