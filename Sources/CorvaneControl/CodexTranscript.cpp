@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -17,8 +18,6 @@
 namespace CorvaneControl::CodexTranscript {
 namespace {
 
-constexpr std::uint64_t windowBytes = 262'144;
-constexpr std::uint64_t mostBytesRead = 67'108'864;
 constexpr std::size_t lookBackBytes = 160;  ///< Within these a record of a turn names its type.
 constexpr std::size_t pieceBytes = 65'536;
 constexpr std::size_t longestLine = 1'048'575;  ///< Bytes, without the line feed.
@@ -113,7 +112,8 @@ std::optional<std::string> lineFrom(std::uint64_t start, int file) {
   return std::nullopt;
 }
 
-/// `line` for a marker at `index` in the window. What is in memory is not read again: in a file
+/// The line around a marker at `index` in the window; absent when its beginning is too far back, or
+/// when it is too long. What is in memory is not read again: in a file
 /// full of markers that would cost a piece for each of them.
 std::optional<std::string> lineAround(std::size_t index, const Window& window, int file) {
   const std::uint64_t offset = window.begin + index;
@@ -146,43 +146,6 @@ std::vector<std::size_t> markers(std::string_view bytes) {
   return found;
 }
 
-/// Gives the lines around markers to `accept`, from the end of the file towards its beginning,
-/// until it takes one.
-template <class Accept>
-void searchBackwards(const std::string& path, std::uint64_t chunk, std::uint64_t limit,
-                     Accept accept) {
-  const File file(path);
-  const auto size = file.size();
-  if (!size || chunk == 0) return;
-
-  const auto capacity = static_cast<std::size_t>(std::min(chunk, *size));
-  const auto buffer = std::make_unique_for_overwrite<char[]>(capacity + overlapBytes);
-  std::size_t kept = 0;  // the first bytes of the window before, now at the end of this one
-  std::uint64_t end = *size;
-  std::uint64_t bytesRead = 0;
-  while (end > 0 && bytesRead < limit) {
-    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(capacity, end));
-    std::memmove(buffer.get() + length, buffer.get(), kept);
-    const auto count = readAt(file.descriptor(), end - length, buffer.get(), length);
-    if (!count) return;
-    // When the file was cut short meanwhile, what was kept no longer follows.
-    const std::size_t usable = *count == length ? length + kept : *count;
-    const Window window{end - length, std::string_view(buffer.get(), usable)};
-
-    const std::vector<std::size_t> hits = markers(window.bytes);
-    for (auto hit = hits.rbegin(); hit != hits.rend(); ++hit) {
-      auto line = lineAround(*hit, window, file.descriptor());
-      if (line && accept(std::move(*line))) return;
-    }
-    kept = std::min(usable, overlapBytes);
-    end -= length;
-    bytesRead += length;
-  }
-}
-
-/// The marker may as well stand inside another record.
-bool isTurnContext(const JSON::Value& record) { return record.string("type") == "turn_context"; }
-
 bool hasAutomaticReviewer(const JSON::Value& record) {
   const JSON::Value* payload = record.object("payload");
   if (payload == nullptr) return false;
@@ -195,41 +158,51 @@ bool hasAutomaticReviewer(const JSON::Value& record) {
   return policy != nullptr && policy->find("granular") != nullptr;
 }
 
+/// What the settings in a line say; absent when it holds none, but the marker inside something
+/// else.
+std::optional<bool> settingsIn(std::string line) {
+  const auto record = JSON::Document::parse(line);
+  if (!record || record->root().string("type") != "turn_context") return std::nullopt;
+  return hasAutomaticReviewer(record->root());
+}
+
+/// What the last settings in the window say.
+std::optional<bool> lastSettings(const Window& window, int file) {
+  const std::vector<std::size_t> hits = markers(window.bytes);
+  for (auto hit = hits.rbegin(); hit != hits.rend(); ++hit) {
+    auto line = lineAround(*hit, window, file);
+    if (!line) continue;
+    if (const auto settings = settingsIn(std::move(*line))) return settings;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
-bool autoReviewed(const std::string& path) {
-  bool reviewed = false;
-  searchBackwards(path, windowBytes, mostBytesRead, [&reviewed](std::string line) {
-    const auto record = JSON::Document::parse(line);
-    if (!record || !isTurnContext(record->root())) return false;
-    reviewed = hasAutomaticReviewer(record->root());
-    return true;
-  });
-  return reviewed;
-}
+bool autoReviewed(const std::string& path, const Reach& reach) {
+  const File file(path);
+  const auto size = file.size();
+  if (!size || reach.window == 0) return false;
 
-std::optional<std::string> lastTurnContext(const std::string& path, std::uint64_t chunk,
-                                           std::uint64_t limit) {
-  std::optional<std::string> found;
-  searchBackwards(path, chunk, limit, [&found](std::string line) {
-    std::string scratch = line;  // parsing overwrites it
-    const auto record = JSON::Document::parse(scratch);
-    if (!record || !isTurnContext(record->root())) return false;
-    found = std::move(line);
-    return true;
-  });
-  return found;
-}
-
-std::optional<std::string> line(std::uint64_t offset, int file) {
-  const auto start = lineStart(offset, file);
-  if (!start) return std::nullopt;
-  return lineFrom(*start, file);
-}
-
-bool autoReviewedIn(std::string turnContext) {
-  const auto record = JSON::Document::parse(turnContext);
-  return record && hasAutomaticReviewer(record->root());
+  const auto capacity = static_cast<std::size_t>(std::min(reach.window, *size));
+  const auto buffer = std::make_unique_for_overwrite<char[]>(capacity + overlapBytes);
+  std::size_t kept = 0;  // the first bytes of the window before, now at the end of this one
+  std::uint64_t end = *size;
+  std::uint64_t bytesRead = 0;
+  while (end > 0 && bytesRead < reach.mostInAll) {
+    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(capacity, end));
+    std::memmove(buffer.get() + length, buffer.get(), kept);
+    const auto count = readAt(file.descriptor(), end - length, buffer.get(), length);
+    if (!count) return false;
+    // When the file was cut short meanwhile, what was kept no longer follows.
+    const std::size_t usable = *count == length ? length + kept : *count;
+    const Window window{end - length, std::string_view(buffer.get(), usable)};
+    if (const auto settings = lastSettings(window, file.descriptor())) return *settings;
+    kept = std::min(usable, overlapBytes);
+    end -= length;
+    bytesRead += length;
+  }
+  return false;
 }
 
 }  // namespace CorvaneControl::CodexTranscript

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,21 +12,15 @@ namespace CorvaneControl::CodexTranscript {
 /// What a line that records the settings of a turn contains.
 inline constexpr std::string_view marker = R"("type":"turn_context")";
 
+/// How much of a file is read, in bytes.
+struct Reach {
+  std::uint64_t window = 262'144;        ///< Read at a time.
+  std::uint64_t mostInAll = 67'108'864;  ///< Once as much has been read, no window is begun.
+};
+
 /// Whether the last settings in the transcript have approvals reviewed automatically. Anything but
-/// a regular file is refused without waiting for it.
-bool autoReviewed(const std::string& path);
-
-/// The last line of the file that records the settings of a turn. Windows of `chunk` bytes are read
-/// from the end; none is begun once `limit` bytes have been read.
-std::optional<std::string> lastTurnContext(const std::string& path, std::uint64_t chunk,
-                                           std::uint64_t limit);
-
-/// The whole line around byte `offset` of an open file. Absent when the line begins more than 160
-/// bytes before `offset` (the line feed before it included), when it has more than 1,048,575 bytes,
-/// and at a read error.
-std::optional<std::string> line(std::uint64_t offset, int file);
-
-/// Whether the settings in that line have approvals reviewed automatically.
-bool autoReviewedIn(std::string turnContext);
+/// a regular file is refused without waiting for it. A line counts only when it has at most
+/// 1,048,575 bytes and its marker begins at most 159 bytes into it (160 in the file's first line).
+bool autoReviewed(const std::string& path, const Reach& reach = {});
 
 }  // namespace CorvaneControl::CodexTranscript

@@ -241,7 +241,10 @@ std::string currentDirectory() {
       .currentDirectory = currentDirectory,
       .parentProcess = [] { return std::optional<std::int32_t>(::getppid()); },
       .homeFolder = CorvaneControl::System::homeFolder,
-      .autoReviewed = CorvaneControl::CodexTranscript::autoReviewed,
+      .autoReviewed =
+          [](const std::string& path) {
+            return CorvaneControl::CodexTranscript::autoReviewed(path);
+          },
       .environment = CorvaneControl::System::environmentValue,
   };
   std::visit(

@@ -21,8 +21,8 @@
 namespace CorvaneControl::CodexTranscript {
 namespace {
 
-const std::uint64_t windowBytes = 262'144;
-const std::uint64_t mostBytesRead = 67'108'864;
+const std::uint64_t windowBytes = Reach().window;
+const std::uint64_t mostBytesRead = Reach().mostInAll;
 const std::size_t longestLine = 1'048'575;
 
 class CodexTranscriptFile : public testing::Test {
@@ -136,11 +136,14 @@ const SettingsCase settingsCases[] = {
     {"aPolicyThatIsAList", policy(R"(["on-request"])"), false},
     {"noPolicy", payload(R"("approvals_reviewer":"auto_review")"), false},
     {"noPayload", R"({"type":"turn_context"})", false},
-    {"aPayloadThatIsAText", R"({"payload":"auto_review"})", false},
-    {"aPayloadThatIsAList", R"({"payload":[{"approvals_reviewer":"auto_review"}]})", false},
-    {"aPayloadThatIsNull", R"({"payload":null})", false},
+    {"aPayloadThatIsAText", R"({"type":"turn_context","payload":"auto_review"})", false},
+    {"aPayloadThatIsAList",
+     R"({"type":"turn_context","payload":[{"approvals_reviewer":"auto_review"}]})", false},
+    {"aPayloadThatIsNull", R"({"type":"turn_context","payload":null})", false},
     {"settingsBesideThePayload",
-     R"({"payload":{},"approvals_reviewer":"auto_review","approval_policy":"on-request"})", false},
+     R"({"type":"turn_context","payload":{},"approvals_reviewer":"auto_review",)"
+     R"("approval_policy":"on-request"})",
+     false},
     {"theLastOfTwoReviewers",
      payload(R"("approvals_reviewer":"user","approval_policy":"on-request",)"
              R"("approvals_reviewer":"auto_review")"),
@@ -155,15 +158,17 @@ const SettingsCase settingsCases[] = {
     {"deepNesting", std::string(100'000, '['), false},
 };
 
-class TurnSettings : public testing::TestWithParam<SettingsCase> {};
+class TurnSettings : public CodexTranscriptFile,
+                     public testing::WithParamInterface<SettingsCase> {};
 TEST_P(TurnSettings, tellWhoReviews) {
-  EXPECT_EQ(autoReviewedIn(GetParam().line), GetParam().reviewed);
+  EXPECT_EQ(autoReviewed(file(GetParam().line)), GetParam().reviewed);
+  EXPECT_EQ(autoReviewed(file(manual + "\n" + GetParam().line + "\n")), GetParam().reviewed);
 }
 INSTANTIATE_TEST_SUITE_P(CodexTranscript, TurnSettings, testing::ValuesIn(settingsCases), named);
 
-TEST(CodexTranscript, noBeginningOfARecordIsReviewed) {
+TEST_F(CodexTranscriptFile, noBeginningOfARecordIsReviewed) {
   for (std::size_t size = 0; size < automatic.size(); ++size) {
-    EXPECT_FALSE(autoReviewedIn(automatic.substr(0, size))) << size;
+    EXPECT_FALSE(autoReviewed(file(automatic.substr(0, size)))) << size;
   }
 }
 
@@ -210,6 +215,10 @@ const TranscriptCase transcriptCases[] = {
     {"anInvalidLine", automatic + "\n" + R"({"type":"turn_context","x":)" + "\xFF}\n", true},
     {"aNulByteInALine",
      automatic + "\n" + R"({"type":"turn_context")" + std::string(1, '\0') + "}\n", true},
+    {"blanksAndEscapesInTheRecord",
+     manual + "\n" + R"({ "type":"turn_context", "pad":"\u0041\n\/", "payload": )" +
+         R"({"approval_policy":"on-request" , "approvals_reviewer" : "auto_review"} } )" + "\n",
+     true},
     {"manyMarkersInALine",
      automatic + "\n" + R"({"a":[{"type":"turn_context"},{"type":"turn_context"}]})" + "\n", true},
 };
@@ -222,26 +231,21 @@ TEST_P(Transcript, tellsWhoReviews) {
 TEST_P(Transcript, readsTheSameThroughWindowsOfAnySize) {
   const std::string& content = GetParam().content;
   const std::string name = file(content);
-  const auto expected = lastTurnContext(name, windowBytes, mostBytesRead);
-  EXPECT_EQ(expected && autoReviewedIn(*expected), GetParam().reviewed);
-  for (std::uint64_t chunk = 1; chunk <= content.size() + 1; ++chunk) {
-    EXPECT_EQ(lastTurnContext(name, chunk, mostBytesRead), expected) << chunk;
+  for (std::uint64_t window = 1; window <= content.size() + 1; ++window) {
+    EXPECT_EQ(autoReviewed(name, {.window = window}), GetParam().reviewed) << window;
   }
 }
 INSTANTIATE_TEST_SUITE_P(CodexTranscript, Transcript, testing::ValuesIn(transcriptCases), named);
 
-TEST_F(CodexTranscriptFile, givesTheLineAsItIsWritten) {
-  const std::string line = R"({ "type":"turn_context", "payload": {"a":"\u0041\n\/"} } )";
-  const std::string name = file(message + "\n" + line + "\n");
-  EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), line);
-}
-
-TEST(CodexTranscript, transcriptsOfRealSessionsTellWhoReviews) {
+TEST_F(CodexTranscriptFile, transcriptsOfRealSessionsTellWhoReviews) {
   const std::string folder = CORVANE_SOURCE_DIR "/Tests/Fixtures/hooks/codex/";
   EXPECT_TRUE(autoReviewed(folder + "transcript-auto-review.jsonl"));
   EXPECT_FALSE(autoReviewed(folder + "transcript-user.jsonl"));
   EXPECT_FALSE(autoReviewed(folder + "transcript-older.jsonl"));
-  EXPECT_TRUE(lastTurnContext(folder + "transcript-older.jsonl", windowBytes, mostBytesRead));
+  // That one holds settings, though they tell nothing: they overrule an earlier reviewer.
+  std::ifstream older(folder + "transcript-older.jsonl", std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(older), {}};
+  EXPECT_FALSE(autoReviewed(file(automatic + "\n" + content)));
 }
 
 // What is no transcript
@@ -249,7 +253,6 @@ TEST(CodexTranscript, transcriptsOfRealSessionsTellWhoReviews) {
 TEST_F(CodexTranscriptFile, aMissingFileIsNotReviewed) {
   EXPECT_FALSE(autoReviewed(path("missing.jsonl")));
   EXPECT_FALSE(autoReviewed(""));
-  EXPECT_FALSE(lastTurnContext(path("missing.jsonl"), windowBytes, mostBytesRead));
 }
 
 TEST_F(CodexTranscriptFile, aPathThroughAFileIsNotReviewed) {
@@ -333,8 +336,8 @@ TEST_F(CodexTranscriptFile, theFileIsClosedOnEveryWayOut) {
   EXPECT_FALSE(autoReviewed(path("missing")));
   EXPECT_FALSE(autoReviewed(path(".")));
   EXPECT_FALSE(autoReviewed(path("fifo")));
-  EXPECT_FALSE(lastTurnContext(good, 0, mostBytesRead));
-  EXPECT_FALSE(lastTurnContext(good, windowBytes, 0));
+  EXPECT_FALSE(autoReviewed(good, {.window = 0}));
+  EXPECT_FALSE(autoReviewed(good, {.mostInAll = 0}));
   EXPECT_EQ(openDescriptors(), before);
 }
 
@@ -364,16 +367,10 @@ TEST_P(LookBack, reachesAsFarAsItMust) {
   const std::string expected = recordWithMarkerAt(GetParam().marker);
   ASSERT_EQ(expected.find(marker), GetParam().marker);
   const std::string name = file(before + expected + "\n" + message + "\n");
-  const std::uint64_t offset = before.size() + GetParam().marker;
-  EXPECT_EQ(line(offset, Open(name)).has_value(), GetParam().usable);
   EXPECT_EQ(autoReviewed(name), GetParam().usable);
   // With the marker at every place of a window, at its very beginning too.
-  for (std::uint64_t chunk = 1; chunk < 500; ++chunk) {
-    const auto found = lastTurnContext(name, chunk, mostBytesRead);
-    EXPECT_EQ(found.has_value(), GetParam().usable) << chunk;
-    if (found) {
-      EXPECT_EQ(*found, expected) << chunk;
-    }
+  for (std::uint64_t window = 1; window < 500; ++window) {
+    EXPECT_EQ(autoReviewed(name, {.window = window}), GetParam().usable) << window;
   }
 }
 TEST_P(LookBack, fallsBackToAnEarlierRecord) {
@@ -386,28 +383,16 @@ INSTANTIATE_TEST_SUITE_P(CodexTranscript, LookBack, testing::ValuesIn(lookBackCa
 
 // A line in the file
 
-TEST_F(CodexTranscriptFile, theLineAroundEveryOffsetIsFound) {
-  const std::string content = "first\n\nthird line\nlast";
-  const Open descriptor(file(content));
-  for (std::size_t offset = 0; offset < content.size(); ++offset) {
-    const std::size_t feed = offset == 0 ? std::string::npos : content.rfind('\n', offset - 1);
-    const std::size_t start = feed == std::string::npos ? 0 : feed + 1;
-    const std::size_t end = content.find('\n', start);
-    EXPECT_EQ(line(offset, descriptor), content.substr(start, end - start)) << offset;
+TEST_F(CodexTranscriptFile, theLineAroundAMarkerIsFoundWhereverBothStand) {
+  for (std::size_t offset = 10; offset < 160; ++offset) {
+    const std::string record = recordWithMarkerAt(offset);
+    ASSERT_EQ(record.find(marker), offset);
+    for (const std::string& content :
+         {record, record + "\n", record + "\n\n" + message, "\n" + record + "\n",
+          manual + "\n\n" + record + "\n" + message + "\n", manual + "\n" + record}) {
+      EXPECT_TRUE(autoReviewed(file(content))) << content;
+    }
   }
-}
-
-TEST_F(CodexTranscriptFile, thereIsNoLineBeyondTheFile) {
-  const Open descriptor(file("line\n"));
-  EXPECT_EQ(line(5, descriptor), "");
-  EXPECT_EQ(line(6, descriptor), std::nullopt);
-  EXPECT_EQ(line(100'000, descriptor), std::nullopt);
-}
-
-TEST_F(CodexTranscriptFile, thereIsNoLineInWhatCannotBeRead) {
-  EXPECT_EQ(line(0, -1), std::nullopt);
-  EXPECT_EQ(line(0, Open(path("."))), std::nullopt);
-  EXPECT_EQ(line(0, Open(file("line\n"), O_WRONLY)), std::nullopt);
 }
 
 struct LineCase {
@@ -439,21 +424,12 @@ TEST_P(Line, isReadUpToTheLongest) {
   const std::string content =
       manual + "\n" + expected + (GetParam().lineFeed ? "\n" + message + "\n" : "");
   const std::string name = file(content);
-  const auto found = line(manual.size() + 1, Open(name));
-  ASSERT_EQ(found.has_value(), GetParam().usable);
-  if (found) {
-    EXPECT_TRUE(*found == expected);  // a megabyte is no help when printed
-  }
   EXPECT_EQ(autoReviewed(name), GetParam().usable);
 }
 TEST_P(Line, isMeasuredTheSameInOneWindow) {
   const std::string expected = recordOfSize(GetParam().size);
   const std::string name = file(expected + (GetParam().lineFeed ? "\n" + message + "\n" : ""));
-  const auto found = lastTurnContext(name, 4 * mostBytesRead, mostBytesRead);
-  ASSERT_EQ(found.has_value(), GetParam().usable);
-  if (found) {
-    EXPECT_TRUE(*found == expected);
-  }
+  EXPECT_EQ(autoReviewed(name, {.window = 4 * mostBytesRead}), GetParam().usable);
 }
 INSTANTIATE_TEST_SUITE_P(CodexTranscript, Line, testing::ValuesIn(lineCases), named);
 
@@ -474,7 +450,7 @@ TEST_F(CodexTranscriptFile, aLineAcrossTwoWindowsIsReadWhole) {
   const std::string before = manual + "\n" + record + "\n";
   for (const std::size_t inLaterWindow : {1U, 20U, 22U, 160U, 2500U, 4978U, 4999U}) {
     const std::string name = file(before + filler(windowBytes - inLaterWindow - 1));
-    EXPECT_EQ(lastTurnContext(name, windowBytes, mostBytesRead), record) << inLaterWindow;
+    EXPECT_TRUE(autoReviewed(name)) << inLaterWindow;
   }
 }
 
@@ -484,13 +460,13 @@ TEST_F(CodexTranscriptFile, anEarlierRecordIsFoundBehindManyWindows) {
 
 struct LimitCase {
   const char* name;
-  std::uint64_t chunk;
+  std::uint64_t window;
   std::uint64_t limit;
   bool found;
 };
 /// For a marker that ends 250 bytes before the end of the file and begins 271 bytes before it.
 const LimitCase limitCases[] = {
-    {"noChunk", 0, mostBytesRead, false},
+    {"noWindow", 0, mostBytesRead, false},
     {"noLimit", 100, 0, false},
     {"oneWindowOfAByte", 1, 1, false},
     {"oneByteOfAWindowIsAWholeWindow", 1000, 1, true},
@@ -508,11 +484,12 @@ const LimitCase limitCases[] = {
 
 class Limit : public CodexTranscriptFile, public testing::WithParamInterface<LimitCase> {};
 TEST_P(Limit, noWindowIsBegunOnceItIsReached) {
-  const std::string record = R"({"x":1,"type":"turn_context"})";
-  const std::string name = file(message + "\n" + record + "\n" + filler(250 - 2));
+  const std::string record = recordWithMarkerAt(17);
+  const std::string rest = record.substr(17 + marker.size());
+  const std::string name = file(message + "\n" + record + "\n" + filler(250 - rest.size() - 1));
   ASSERT_EQ(std::filesystem::file_size(name) - message.size() - 1 - record.find(marker), 271U);
-  const auto found = lastTurnContext(name, GetParam().chunk, GetParam().limit);
-  EXPECT_EQ(found, GetParam().found ? std::optional(record) : std::nullopt);
+  EXPECT_EQ(autoReviewed(name, {.window = GetParam().window, .mostInAll = GetParam().limit}),
+            GetParam().found);
 }
 INSTANTIATE_TEST_SUITE_P(CodexTranscript, Limit, testing::ValuesIn(limitCases), named);
 
@@ -609,6 +586,30 @@ TEST_F(CodexTranscriptFile, mayBeAppendedToWhileItIsRead) {
 }
 
 TEST_F(CodexTranscriptFile, mayBeCutShortWhileItIsRead) {
+  // What is never cut off has the answer, and so has what comes and goes.
+  for (const std::string& record : {automatic, manual}) {
+    const std::string content = record + "\n" + filler(700'000) + record + "\n" + filler(300'000);
+    const std::string name = file(content);
+    std::atomic<bool> reading = true;
+    std::thread writer([&] {
+      std::minstd_rand random(2);
+      const Open descriptor(name, O_RDWR | O_APPEND);
+      while (reading) {
+        const std::size_t size = record.size() + 1 + random() % (content.size() - record.size());
+        if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) std::abort();
+        append(descriptor, std::string_view(content).substr(size));
+      }
+    });
+    for (int round = 0; round < 300; ++round) {
+      EXPECT_EQ(autoReviewed(name, {.window = 10'000}), record == automatic) << round;
+    }
+    reading = false;
+    writer.join();
+    EXPECT_EQ(autoReviewed(name), record == automatic);
+  }
+}
+
+TEST_F(CodexTranscriptFile, mayBeEmptiedWhileItIsRead) {
   const std::string content = manual + "\n" + filler(700'000) + automatic + "\n" + filler(300'000);
   const std::string name = file(content);
   std::atomic<bool> reading = true;
@@ -621,12 +622,7 @@ TEST_F(CodexTranscriptFile, mayBeCutShortWhileItIsRead) {
       append(descriptor, std::string_view(content).substr(static_cast<std::size_t>(size)));
     }
   });
-  for (int round = 0; round < 300; ++round) {
-    const auto found = lastTurnContext(name, 10'000, mostBytesRead);
-    if (found) {
-      EXPECT_TRUE(*found == automatic || *found == manual) << *found;
-    }
-  }
+  for (int round = 0; round < 300; ++round) autoReviewed(name, {.window = 10'000});
   reading = false;
   writer.join();
   EXPECT_TRUE(autoReviewed(name));
@@ -663,7 +659,8 @@ TEST_F(CodexTranscriptFile, randomFilesReadTheSameInMemory) {
           content += recordWithMarkerAt(140 + below(40));
           break;
         case 2:
-          content += R"({"type":"turn_context","n":)" + std::to_string(below(1000)) + "}";
+          content += R"({"type":"turn_context","n":)" + std::to_string(below(1000)) +
+                     (below(2) == 0 ? "," + automatic.substr(1) : "}");
           break;
         case 3:
           content += R"({"a":[{"type":"turn_context"},{"type":"turn_context"}]})";
@@ -685,9 +682,11 @@ TEST_F(CodexTranscriptFile, randomFilesReadTheSameInMemory) {
     }
     content.resize(content.size() - std::min(content.size(), below(3) * below(60)));
     const std::string name = file(content);
-    const std::uint64_t chunk = 1 + below(1 + below(2 * content.size() + 2));
-    EXPECT_EQ(lastTurnContext(name, chunk, mostBytesRead), searchedInMemory(content))
-        << "chunk " << chunk << " of:\n"
+    const std::uint64_t window = 1 + below(1 + below(2 * content.size() + 2));
+    const auto settings = searchedInMemory(content);
+    EXPECT_EQ(autoReviewed(name, {.window = window}),
+              settings && settings->find("\"auto_review\"") != std::string::npos)
+        << "a window of " << window << " bytes of:\n"
         << content;
   }
 }

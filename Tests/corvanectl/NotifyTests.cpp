@@ -272,7 +272,10 @@ std::optional<std::string> expectedRequest(const std::string& agent, std::string
       {.standardInput = [&] { return document ? &document->root() : nullptr; },
        .currentDirectory = [] { return std::filesystem::current_path().string(); },
        .parentProcess = [] { return std::optional<std::int32_t>(::getpid()); },
-       .autoReviewed = CorvaneControl::CodexTranscript::autoReviewed,
+       .autoReviewed =
+           [](const std::string& path) {
+             return CorvaneControl::CodexTranscript::autoReviewed(path);
+           },
        .environment = [](std::string_view) { return std::optional<std::string>(); }});
   const auto* const decision = std::get_if<ControlCommandLine::Run>(&parsed);
   if (!decision) return std::nullopt;
