@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
@@ -65,14 +66,6 @@ class MessageLines {
   std::string_view rest_;
 };
 
-/// The beginning of a text, of at most `limit` bytes, that ends with a whole scalar value.
-std::string_view cutAtScalar(std::string_view text, std::size_t limit) {
-  if (text.size() <= limit) return text;
-  const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
-  while (limit > 0 && isContinuation(text[limit])) --limit;
-  return text.substr(0, limit);
-}
-
 /// What a message says on one line: headings left out unless there is nothing else, the marks of
 /// lists and quotes taken off.
 struct JoinedMessage {
@@ -87,7 +80,7 @@ JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
   bool hasText = false;
   const auto append = [&joined, limit](std::string_view line) {
     line.remove_prefix(Patterns::blockMark(line));
-    const std::string_view kept = cutAtScalar(line, limit - joined.text.size());
+    const std::string_view kept = Text::cutAtScalar(line, limit - joined.text.size());
     joined.whole = kept.size() == line.size();
     joined.text += kept;
   };
@@ -174,16 +167,14 @@ std::optional<std::string> commandSummary(const JSON::Value& input) {
   // Few words make a whole summary: no two of the spaces between them share a character. (A word
   // may have none of its own, being joined to the space before or behind it.)
   constexpr std::size_t enoughWords = summaryCharacters + 2;
-  std::string joined;
-  std::size_t count = 0;
+  std::vector<std::string> kept;
   for (const JSON::Value& word : words) {
-    const std::string text = Text::collapsed(*word.asString(), summaryCharacters);
+    std::string text = Text::collapsed(*word.asString(), summaryCharacters);
     if (text.empty()) continue;
-    if (count > 0) joined += ' ';
-    joined += text;
-    if (++count == enoughWords) break;
+    kept.push_back(std::move(text));
+    if (kept.size() == enoughWords) break;
   }
-  return shortened(std::move(joined));
+  return shortened(Text::joined(kept));
 }
 
 std::optional<AgentPermission> card(std::string_view tool, const JSON::Value& input,

@@ -65,15 +65,6 @@ Words classified(const std::vector<std::string>& arguments) {
   return words;
 }
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) {
-    if (&word != &words.front()) text.push_back(' ');
-    text.append(word);
-  }
-  return text;
-}
-
 bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
   return std::ranges::find(words, word) != words.end();
 }
@@ -165,7 +156,7 @@ Parsed parse(const std::vector<std::string>& arguments, const Process& process) 
     case Command::switchTo:
     case Command::launch:
     case Command::stop:
-      request.workspace = joined(words.positional);
+      request.workspace = Text::joined(words.positional);
       if (request.workspace->empty()) return Usage{command + " needs a workspace."};
       return Run{std::move(request), format};
     case Command::notify:

@@ -17,6 +17,7 @@ constexpr char32_t replacementScalar = 0xFFFD;
 
 std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
 bool isASCII(char character) { return byte(character) < 0x80; }
+bool isContinuation(char character) { return (byte(character) & 0xC0U) == 0x80; }
 
 // Eight bytes at once, for the long stretches of every ordinary text. The tests below are exact for
 // the lowest byte that they find, which is all that matters.
@@ -303,6 +304,12 @@ std::string_view prefix(std::string_view text, std::size_t count) {
   return text.substr(0, text.size() - rest.size());
 }
 
+std::string_view cutAtScalar(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  while (limit > 0 && isContinuation(text[limit])) --limit;
+  return text.substr(0, limit);
+}
+
 std::string shortened(std::string_view text, std::size_t limit, bool* cut) {
   const std::string_view kept = prefix(text, limit);
   std::string result(kept);
@@ -412,7 +419,7 @@ Scalar lastScalar(std::string_view text) {
   constexpr std::size_t longest = 4;
   for (std::size_t size = 1; size <= std::min(longest, text.size()); ++size) {
     const std::string_view end = text.substr(text.size() - size);
-    if ((byte(end.front()) & 0xC0U) == 0x80) continue;  // a continuation byte
+    if (isContinuation(end.front())) continue;
     const Sequence sequence = firstSequence(end);
     if (sequence.scalar.size == size) return sequence.scalar;
     break;

@@ -21,6 +21,9 @@ std::size_t characters(std::string_view text);
 /// than it has to, so asking for the first few characters of megabytes is cheap.
 std::string_view prefix(std::string_view text, std::size_t count);
 
+/// The beginning of `text`, of at most `limit` bytes, that ends with a whole scalar value.
+std::string_view cutAtScalar(std::string_view text, std::size_t limit);
+
 /// `text` when it has at most `limit` characters, else its first `limit` characters and "…".
 /// `cut`, when given, becomes true when something was cut, and is left alone otherwise.
 std::string shortened(std::string_view text, std::size_t limit, bool* cut = nullptr);
@@ -42,6 +45,19 @@ bool hasLineBreak(std::string_view text);
 /// The pieces between runs of Unicode White_Space joined with single spaces, nothing at the ends.
 /// Stops reading when the result has more than `limit` characters; it is then longer than `limit`.
 std::string collapsed(std::string_view text, std::size_t limit);
+
+/// The words of a range, with one space between two of them.
+template <class Words>
+std::string joined(const Words& words) {
+  std::string text;
+  std::string_view separator;
+  for (const std::string_view word : words) {
+    text += separator;
+    text += word;
+    separator = " ";
+  }
+  return text;
+}
 
 /// With the ASCII letters A to Z as small letters, the rest as it is.
 std::string lowercasedASCII(std::string_view text);

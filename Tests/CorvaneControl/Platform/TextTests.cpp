@@ -220,6 +220,18 @@ TEST_P(TextShortened, hasTheLimitAndAnEllipsis) {
 }
 INSTANTIATE_TEST_SUITE_P(Text, TextShortened, testing::ValuesIn(shortenedCases), named);
 
+TEST(TextCutAtScalar, keepsWholeScalarsUpToALimitInBytes) {
+  const std::string text = "a\u00E9\u4E2D\U0001F468\u0301b";
+  const std::size_t ends[] = {0, 1, 3, 6, 10, 12, 13};
+  for (std::size_t limit = 0; limit <= text.size() + 1; ++limit) {
+    std::size_t kept = 0;
+    for (const std::size_t end : ends) kept = end <= limit ? end : kept;
+    EXPECT_EQ(Text::cutAtScalar(text, limit), text.substr(0, kept)) << limit;
+  }
+  EXPECT_EQ(Text::cutAtScalar("", 0), "");
+  EXPECT_EQ(Text::cutAtScalar(text, everything), text);
+}
+
 TEST(TextShortened, leavesAnEarlierCutMarked) {
   bool cut = true;
   EXPECT_EQ(Text::shortened("a", 1, &cut), "a");
@@ -548,6 +560,17 @@ TEST(TextCollapsed, isAStartOfTheWhole) {
 }
 
 // ---- Case ---------------------------------------------------------------------------------------
+
+TEST(TextJoined, hasOneSpaceBetweenTwoWords) {
+  const auto joined = [](const std::vector<std::string>& words) { return Text::joined(words); };
+  EXPECT_EQ(joined({}), "");
+  EXPECT_EQ(joined({"a"}), "a");
+  EXPECT_EQ(joined({"a", "b c", " d "}), "a b c  d ");
+  EXPECT_EQ(joined({""}), "");
+  EXPECT_EQ(joined({"", ""}), " ");
+  EXPECT_EQ(joined({"", "a", ""}), " a ");
+  EXPECT_EQ(Text::joined(std::vector<std::string_view>{"a", "b"}), "a b");
+}
 
 TEST(TextCase, lowercasesASCIIOnly) {
   EXPECT_EQ(Text::lowercasedASCII(""), "");
