@@ -162,11 +162,10 @@ void* reallocateForGood(void* memory, std::size_t size) {
 std::string_view readable(std::string_view line) {
   line = line.substr(0, line.find('\n'));
   if (line.size() <= mostRead) return line;
-  std::size_t size = mostRead;
-  while (size > 0 && (static_cast<unsigned char>(line[size]) & 0xC0U) == 0x80) --size;
-  const std::size_t characters = Text::characters(line.substr(0, size));
+  const std::string_view scalars = Text::cutAtScalar(line, mostRead);
+  const std::size_t characters = Text::characters(scalars);
   const std::string_view whole = Text::prefix(line, characters);
-  return whole.size() == size ? whole : Text::prefix(line, characters - 1);
+  return whole.size() == scalars.size() ? whole : Text::prefix(line, characters - 1);
 }
 
 /// The start of `line` without the white space that ends it, which the library would drop.
