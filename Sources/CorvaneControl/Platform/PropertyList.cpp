@@ -2,6 +2,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -17,7 +18,99 @@ namespace {
 
 using Members = std::map<std::string, std::string>;
 
+/// The number in `bytes`, of which there are at most eight.
+std::uint64_t bigEndian(std::string_view bytes) {
+  std::uint64_t number = 0;
+  for (const char byte : bytes) number = number << 8U | static_cast<std::uint8_t>(byte);
+  return number;
+}
+
+/// UTF-16 as UTF-8; a surrogate without its other half and half a unit at the end become U+FFFD.
+std::string fromUTF16(std::string_view bytes, bool littleEndian = false) {
+  std::string result;
+  char32_t high = 0;
+  for (; bytes.size() >= 2; bytes.remove_prefix(2)) {
+    const std::uint64_t number = bigEndian(bytes.substr(0, 2));
+    const auto unit =
+        static_cast<char32_t>(littleEndian ? (number & 0xFFU) << 8U | number >> 8U : number);
+    const bool isLow = (unit & 0xFC00U) == 0xDC00;
+    if (high != 0 && isLow) {
+      Text::append(result, 0x10000 + ((high & 0x3FFU) << 10U) + (unit & 0x3FFU));
+      high = 0;
+      continue;
+    }
+    if (high != 0) Text::append(result, high);
+    high = (unit & 0xFC00U) == 0xD800 ? unit : 0;
+    if (high == 0) Text::append(result, unit);
+  }
+  if (high != 0) Text::append(result, high);
+  if (!bytes.empty()) Text::append(result, 0xFFFD);
+  return result;
+}
+
 // ---- The XML form -------------------------------------------------------------------------------
+
+//
+// The platform's own reader is no XML parser, and real files show it: white space before the
+// declaration, a declaration that names another encoding than the byte-order mark, comments with
+// "--" in them. `Source` turns those into XML, and Expat is as strict as ever.
+
+constexpr std::string_view whiteSpace = " \t\r\n";
+
+struct Section {
+  std::string_view begin;
+  std::string_view end;
+};
+constexpr Section comment{.begin = "<!--", .end = "-->"};
+constexpr Section characterSection{.begin = "<![CDATA[", .end = "]]>"};
+constexpr Section instruction{.begin = "<?", .end = "?>"};
+
+/// `text` with nothing in its comments. What looks like a comment within another section stays.
+std::string withEmptyComments(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    std::size_t size = std::min(text.find('<', 1), text.size());
+    for (const Section& section : {comment, characterSection, instruction}) {
+      if (!text.starts_with(section.begin)) continue;
+      const std::size_t end = text.find(section.end, section.begin.size());
+      if (end == std::string_view::npos) return result.append(text);
+      size = end + section.end.size();
+    }
+    if (text.starts_with(comment.begin)) {
+      result.append(comment.begin).append(comment.end);
+    } else {
+      result += text.substr(0, size);
+    }
+    text.remove_prefix(size);
+  }
+  return result;
+}
+
+/// A document as Expat takes it.
+struct Source {
+  std::string text;
+  const char* encoding = nullptr;  ///< Null when the document's declaration decides.
+
+  explicit Source(std::string_view bytes);
+};
+
+Source::Source(std::string_view bytes) {
+  const bool littleEndian =
+      bytes.starts_with("\xFF\xFE") || bytes.starts_with(std::string_view("<\0", 2));
+  if (littleEndian || bytes.starts_with("\xFE\xFF") ||
+      bytes.starts_with(std::string_view("\0<", 2))) {
+    text = fromUTF16(bytes, littleEndian);
+    bytes = text;
+    encoding = "UTF-8";
+  }
+  if (constexpr std::string_view mark = "\xEF\xBB\xBF"; bytes.starts_with(mark)) {
+    bytes.remove_prefix(mark.size());
+    encoding = "UTF-8";
+  }
+  bytes.remove_prefix(std::min(bytes.find_first_not_of(whiteSpace), bytes.size()));
+  text = withEmptyComments(bytes);
+}
 
 constexpr std::size_t deepestNesting = 512;  // dictionaries and arrays within each other
 
@@ -119,7 +212,7 @@ bool Reader::end() {
 bool Reader::text(std::string_view characters) {
   const Element parent = open_.back().element;
   if (parent == Element::plist || isCollection(parent)) {
-    return characters.find_first_not_of(" \t\r\n") == std::string_view::npos;
+    return characters.find_first_not_of(whiteSpace) == std::string_view::npos;
   }
   if (isOutermost() && parent != Element::scalar) text_ += characters;
   return true;
@@ -164,9 +257,10 @@ void entityDeclaration(void* data, const XML_Char*, int, const XML_Char*, int, c
 void skippedEntity(void* data, const XML_Char*, int) { parsing(data).require(false); }
 
 std::optional<Members> readXML(std::string_view bytes) {
-  if (bytes.size() > std::numeric_limits<int>::max()) return std::nullopt;  // Expat counts in int
+  const Source source(bytes);
+  if (source.text.size() > std::numeric_limits<int>::max()) return std::nullopt;  // Expat's limit
   const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
-      XML_ParserCreate(nullptr), XML_ParserFree);
+      XML_ParserCreate(source.encoding), XML_ParserFree);
   if (!parser) return std::nullopt;
   Parsing state{.parser = parser.get()};
   XML_SetUserData(parser.get(), &state);
@@ -175,7 +269,7 @@ std::optional<Members> readXML(std::string_view bytes) {
   XML_SetEntityDeclHandler(parser.get(), entityDeclaration);
   XML_SetSkippedEntityHandler(parser.get(), skippedEntity);
   const auto status =
-      XML_Parse(parser.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+      XML_Parse(parser.get(), source.text.data(), static_cast<int>(source.text.size()), XML_TRUE);
   if (status != XML_STATUS_OK || state.refused) return std::nullopt;
   return std::move(state.reader).members();
 }
@@ -197,41 +291,14 @@ constexpr std::uint8_t asciiType = 0x5;
 constexpr std::uint8_t utf16Type = 0x6;
 constexpr std::uint8_t dictionaryType = 0xD;
 
-/// The number in `bytes`, of which there are at most eight.
-std::uint64_t bigEndian(std::string_view bytes) {
-  std::uint64_t number = 0;
-  for (const char byte : bytes) number = number << 8U | static_cast<std::uint8_t>(byte);
-  return number;
-}
-
 /// An object's marker, read: what comes after it and how much of it there is.
 struct Object {
   std::uint8_t type = 0;
-  std::uint64_t count = 0;
+  std::uint64_t count = 0;   ///< Characters or members; nothing in what is neither.
   std::string_view payload;  ///< From behind the marker and the count to the end of all objects.
 };
 
 bool isString(const Object& object) { return object.type == asciiType || object.type == utf16Type; }
-
-/// Big-endian UTF-16 as UTF-8; a surrogate without its other half becomes U+FFFD.
-std::string fromUTF16(std::string_view bytes) {
-  std::string result;
-  char32_t high = 0;
-  for (; bytes.size() >= 2; bytes.remove_prefix(2)) {
-    const auto unit = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
-    const bool isLow = (unit & 0xFC00U) == 0xDC00;
-    if (high != 0 && isLow) {
-      Text::append(result, 0x10000 + ((high & 0x3FFU) << 10U) + (unit & 0x3FFU));
-      high = 0;
-      continue;
-    }
-    if (high != 0) Text::append(result, high);
-    high = (unit & 0xFC00U) == 0xD800 ? unit : 0;
-    if (high == 0) Text::append(result, unit);
-  }
-  if (high != 0) Text::append(result, high);
-  return result;
-}
 
 /// Finds its way through the bytes by numbers that it checks, and never from one collection into
 /// another, so that nothing can lead it in circles.
@@ -281,7 +348,9 @@ std::optional<Object> BinaryReader::object(std::uint64_t number) const {
                 .count = marker & 0x0FU,
                 .payload = objects_.substr(offset + 1)};
   constexpr std::uint8_t countFollows = 0x0F;
-  if (object.count != countFollows) return object;
+  // Only what is read has to make sense: a number or a date that is wrong is beside the point.
+  const bool isRead = isString(object) || object.type == dictionaryType;
+  if (!isRead || object.count != countFollows) return object;
   if (object.payload.empty()) return std::nullopt;
   const auto integer = static_cast<std::uint8_t>(object.payload.front());
   const std::size_t width = std::size_t{1} << (integer & 0x0FU);

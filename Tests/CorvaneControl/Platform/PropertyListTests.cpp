@@ -114,6 +114,10 @@ const XMLCase xmlCases[] = {
          member + "</dict></plist>",
      aIsB},
     {"withByteOrderMark", "\xEF\xBB\xBF" + dictionary(member), aIsB},
+    {"withLineFeedBeforeTheDeclaration", "\n" + dictionary(member), aIsB},
+    {"withWhiteSpaceBeforeTheDeclaration", " \t\r\n \n" + dictionary(member), aIsB},
+    {"withByteOrderMarkAndLineFeed", "\xEF\xBB\xBF\n" + dictionary(member), aIsB},
+    {"withOldMacLineEnds", "<plist>\r<dict>\r" + member + "\r</dict>\r</plist>\r", aIsB},
     {"withCarriageReturns", "<plist>\r\n<dict>\r\n" + member + "\r\n</dict>\r\n</plist>\r\n", aIsB},
 
     {"emptyString", dictionary("<key>a</key><string></string><key>b</key><string/>"),
@@ -138,6 +142,13 @@ const XMLCase xmlCases[] = {
              .substr(header.size()) +
          "<!-- f -->",
      Members{{"a", "bc"}}},
+    {"hyphensInComments",
+     dictionary("<!----------><key>a</key><!-- b -- c ---><string><!-- -- -->b<!--->--></string>"),
+     aIsB},
+    {"commentInCharacterData", dictionary("<key>a</key><string><![CDATA[<!-- b -->]]></string>"),
+     Members{{"a", "<!-- b -->"}}},
+    {"characterDataInAComment", dictionary("<!-- <![CDATA[ -->" + member + "<!-- ]]> -->"), aIsB},
+    {"commentInAnInstruction", dictionary("<?x <!-- ?>" + member + "<?x --> ?>"), aIsB},
     {"instructions", dictionary("<?x y?><key>a</key><?x?><string>b<?z?></string>"), aIsB},
     {"attributes", dictionary("<key x=\"y\">a</key><string z='&lt;'>b</string>"), aIsB},
 
@@ -146,6 +157,13 @@ const XMLCase xmlCases[] = {
                 "<key>3</key><true/><key>4</key><false></false>"
                 "<key>5</key><date>2025-01-02T03:04:05Z</date><key>6</key><data>AAAA</data>" +
                 member),
+     aIsB},
+    {"malformedScalarsAreLeftOut",
+     dictionary(
+         "<key>1</key><integer>one</integer><key>2</key><integer/><key>3</key><real>1,5</real>"
+         "<key>4</key><true>no</true><key>5</key><false>\n</false>"
+         "<key>6</key><date>yesterday</date><key>7</key><data>A*&amp;=A</data>" +
+         member),
      aIsB},
     {"nestedDictionariesAreLeftOut",
      dictionary("<key>x</key><dict><key>a</key><string>inner</string>"
@@ -176,6 +194,14 @@ const XMLCase xmlCases[] = {
     {"latin1",
      "<?xml version=\"1.0\" "
      "encoding=\"ISO-8859-1\"?><dict><key>a</key><string>\xE9</string></dict>",
+     Members{{"a", "\u00E9"}}},
+    {"latin1BehindALineFeed",
+     "\n<?xml version=\"1.0\" "
+     "encoding=\"ISO-8859-1\"?><dict><key>a</key><string>\xE9</string></dict>",
+     Members{{"a", "\u00E9"}}},
+    {"utf8ThatSaysAnotherEncoding",
+     "\xEF\xBB\xBF<?xml version=\"1.0\" "
+     "encoding=\"UTF-16\"?><dict><key>a</key><string>\u00E9</string></dict>",
      Members{{"a", "\u00E9"}}},
     {"unknownEncoding", "<?xml version=\"1.0\" encoding=\"X-NONE\"?><dict>" + member + "</dict>",
      std::nullopt},
@@ -212,6 +238,13 @@ const XMLCase xmlCases[] = {
     {"tagInAKey", dictionary("<key>a<true/></key><string>b</string>"), std::nullopt},
     {"tagInANumber", dictionary("<key>a</key><integer><dict/></integer>"), std::nullopt},
     {"unknownTag", dictionary("<key>a</key><text>b</text>"), std::nullopt},
+    {"commentInATag", "<di<!-- a -->ct>" + member + "</dict>", std::nullopt},
+    {"commentInAnEntity", dictionary("<key>a</key><string>&am<!-- b -->p;</string>"), std::nullopt},
+    {"commentWithoutEnd", "<dict>" + member + "<!-- a </dict>", std::nullopt},
+    {"commentThatEndsAsItBegins", dictionary(member + "<!-->"), std::nullopt},
+    {"characterDataWithoutEnd", dictionary("<key>a</key><string><![CDATA[b</string>"),
+     std::nullopt},
+    {"instructionWithoutEnd", dictionary(member) + "<?x", std::nullopt},
     {"tagInUpperCase", dictionary("<key>a</key><STRING>b</STRING>"), std::nullopt},
     {"endsThatCross", dictionary("<key>a<string></key>b</string>"), std::nullopt},
     {"textBehindTheEnd", dictionary(member) + "x", std::nullopt},
@@ -249,20 +282,39 @@ TEST_P(PropertyListXML, givesItsStringsOrNothing) {
 }
 INSTANTIATE_TEST_SUITE_P(PropertyList, PropertyListXML, testing::ValuesIn(xmlCases), named);
 
+/// UTF-16 with its byte-order mark.
+std::string inUTF16(std::u16string_view text, bool littleEndian) {
+  std::string bytes;
+  for (const char16_t unit : u"\uFEFF" + std::u16string(text)) {
+    const char high = static_cast<char>(unit >> 8U);
+    const char low = static_cast<char>(unit & 0xFFU);
+    bytes += littleEndian ? low : high;
+    bytes += littleEndian ? high : low;
+  }
+  return bytes;
+}
+
 TEST(PropertyListXML, isReadInUTF16) {
   for (const bool littleEndian : {false, true}) {
-    std::string bytes;
-    for (const char character : "\xFE\xFF<dict><key>a</key><string>b</string></dict>") {
-      if (character == '\0') break;
-      const bool isMark = bytes.size() < 2;
-      if (!isMark) bytes += '\0';
-      bytes += character;
-    }
-    for (std::size_t place = 0; littleEndian && place < bytes.size(); place += 2) {
-      std::swap(bytes[place], bytes[place + 1]);
-    }
+    const std::string bytes = inUTF16(u"<dict><key>a</key><string>b</string></dict>", littleEndian);
     EXPECT_EQ(strings(bytes), aIsB);
+    EXPECT_EQ(strings(bytes.substr(2)), aIsB);  // without the mark
     EXPECT_EQ(strings(bytes.substr(0, bytes.size() - 1)), std::nullopt);
+    EXPECT_EQ(strings(bytes + '\n'), std::nullopt);
+    EXPECT_EQ(strings(inUTF16(u"<dict><key>\u00E9</key><string>\u20AC\U0001F426</string></dict>",
+                              littleEndian)),
+              (Members{{"\u00E9", "\u20AC\U0001F426"}}));
+    EXPECT_EQ(strings(inUTF16(u"", littleEndian)), std::nullopt);
+  }
+}
+
+TEST(PropertyListXML, isReadInUTF16WhateverItsDeclarationSays) {
+  for (const std::u16string said : {u"UTF-16", u"utf-8", u"UTF-16LE", u"ISO-8859-1", u"X-NONE"}) {
+    for (const bool littleEndian : {false, true}) {
+      const std::u16string text = u"\r\n<?xml version=\"1.0\" encoding=\"" + said +
+                                  u"\"?><!-- -- --><dict><key>a</key><string>b</string></dict>";
+      EXPECT_EQ(strings(inUTF16(text, littleEndian)), aIsB);
+    }
   }
 }
 
@@ -482,6 +534,17 @@ const BinaryCase binaryCases[] = {
     {"set", withValue("\xC1\x01").bytes(), Members{}},
     {"dictionary", withValue(Binary().dictionary({1}, {1})).bytes(), Members{}},
     {"unknownType", withValue("\xF0").bytes(), Members{}},
+    {"fillThatSaysThatACountFollows", withValue("\x0F").bytes(), Members{}},
+    {"integerThatSaysThatACountFollows", withValue("\x1F").bytes(), Members{}},
+    {"integerOf16Bytes", withValue("\x14" + repeated("x", 16)).bytes(), Members{}},
+    {"integerOfTooManyBytes", withValue("\x1E").bytes(), Members{}},
+    {"realThatSaysThatACountFollows", withValue("\x2F").bytes(), Members{}},
+    {"dateOfAnotherSize", withValue("\x30").bytes(), Members{}},
+    {"dateThatSaysThatACountFollows", withValue("\x3F").bytes(), Members{}},
+    {"dataWhoseCountIsNoInteger", withValue("\x4F\x20").bytes(), Members{}},
+    {"dataThatReachesTheTable", withValue("\x4E").bytes(), Members{}},
+    {"dataOfTheLargestCount", withValue(counted(4, most, 8)).bytes(), Members{}},
+    {"identifierOf16Bytes", withValue("\x8F" + repeated("x", 16)).bytes(), Members{}},
     {"itself", withRoot(Binary().dictionary({1}, {0})).bytes(), Members{}},
     {"itselfAndAString", withRoot(Binary().dictionary({2, 1}, {0, 2})).bytes(), aIsB},
     {"itsOwnKey", withRoot(Binary().dictionary({0}, {1})).bytes(), std::nullopt},
@@ -705,6 +768,29 @@ TEST(PropertyListFile, isReadInBothForms) {
                             {"Empty", ""}};
   EXPECT_EQ(strings(fileOfCorpus("y_information.xml")), expected);
   EXPECT_EQ(strings(fileOfCorpus("y_information.binary")), expected);
+}
+
+TEST(PropertyListFile, isTheSameInEveryShapeThatApplicationsHave) {
+  const Members expected = {{"BuildMachineOSBuild", "24A335"},
+                            {"CFBundleDevelopmentRegion", "en"},
+                            {"CFBundleDisplayName", "Corvane D\u00E9v \U0001F426"},
+                            {"CFBundleExecutable", "Corvane"},
+                            {"CFBundleIdentifier", "example.corvane.dev"},
+                            {"CFBundleInfoDictionaryVersion", "6.0"},
+                            {"CFBundleName", "Corvane"},
+                            {"CFBundlePackageType", "APPL"},
+                            {"CFBundleShortVersionString", "1.4.2"},
+                            {"CFBundleVersion", "1402"},
+                            {"LSMinimumSystemVersion", "13.0"},
+                            {"NSHumanReadableCopyright", "Copyright \u00A9 2026 Ada & <friends>"}};
+  std::size_t files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(corpus)) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with("y_application")) continue;
+    EXPECT_EQ(strings(fileOfCorpus(name)), expected) << name;
+    ++files;
+  }
+  EXPECT_GE(files, 12U);
 }
 
 TEST(PropertyListFile, isReadOrRefusedAsItsNameSays) {
