@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <span>
 #include <utility>
 
+#include "CorvaneControl/Platform/Text.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless::CommandLine {
@@ -17,7 +19,7 @@ Usage:
                    [--answer allow|deny|ask] [--quiet]
   corvane-headless hooks [status|add|remove|show] [claude|codex|cursor ...]
                    [--home DIR] [--tool PATH]
-  corvane-headless --help | --version
+  corvane-headless --help | --version   (-h and -v in short)
 
 It serves corvanectl until SIGINT (Ctrl-C), SIGTERM or SIGHUP:
   --socket PATH      Serve this socket. Otherwise the one that corvanectl looks
@@ -94,6 +96,7 @@ class Words {
   }
 
   std::string_view word() const { return word_; }
+  bool isFirst() const { return position_ == 1; }
   bool isOption() const { return word_.starts_with('-'); }
   bool hasInlineValue() const { return inlineValue_.has_value(); }
 
@@ -111,15 +114,68 @@ class Words {
   std::optional<std::string_view> inlineValue_{};
 };
 
-Usage noSuchOption(const Words& words) {
-  return {"There is no option " + shown(words.word()) + "."};
+// What misspelt words are compared with. Which of them there are is decided further down.
+constexpr std::array<std::string_view, 7> serveWords = {
+    "hooks", "--socket", "--workspaces", "--answer", "--quiet", "--help", "--version"};
+constexpr std::array<std::string_view, 4> hooksOptions = {"--home", "--tool", "--help",
+                                                          "--version"};
+
+/// Bytes of a word beyond which it is taken for no misspelling; bounds the comparisons.
+constexpr std::size_t longestMisspelling = 24;
+
+/// How many letters to add, drop, replace, or swap with their neighbour make one word the other.
+/// Neither is longer than `longestMisspelling`.
+std::size_t distance(std::string_view left, std::string_view right) {
+  // Three rows of the table of the distances of all beginnings.
+  std::array<std::array<std::size_t, longestMisspelling + 1>, 3> rows{};
+  for (std::size_t column = 0; column <= right.size(); ++column) rows[0][column] = column;
+  for (std::size_t line = 1; line <= left.size(); ++line) {
+    auto& row = rows[line % 3];
+    const auto& above = rows[(line + 2) % 3];
+    const auto& twoAbove = rows[(line + 1) % 3];
+    row[0] = line;
+    for (std::size_t column = 1; column <= right.size(); ++column) {
+      const bool isSame = left[line - 1] == right[column - 1];
+      row[column] = std::min(
+          {above[column] + 1, row[column - 1] + 1, above[column - 1] + (isSame ? 0U : 1U)});
+      if (line > 1 && column > 1 && left[line - 1] == right[column - 2] &&
+          left[line - 2] == right[column - 1]) {
+        row[column] = std::min(row[column], twoAbove[column - 2] + 1);
+      }
+    }
+  }
+  return rows[left.size() % 3][right.size()];
+}
+
+/// " Did you mean --quiet?", or nothing when no known word is near. A word that is known itself was
+/// wrong for another reason.
+std::string suggestion(std::string_view word, std::span<const std::string_view> known) {
+  if (word.size() > longestMisspelling) return {};
+  const std::string given = Text::lowercasedASCII(word);
+  const std::size_t letters = given.size() - std::min(given.find_first_not_of('-'), given.size());
+
+  std::size_t least = (letters + 2) / 3;  // a third of them may be wrong
+  if (letters <= least) return {};        // but not all
+  std::string_view nearest;
+  for (const std::string_view candidate : known) {
+    const std::size_t found = distance(given, candidate);
+    if (found > least || (found == least && !nearest.empty())) continue;
+    least = found;
+    nearest = candidate;
+  }
+  if (nearest.empty() || nearest == word) return {};
+  return " Did you mean " + std::string(nearest) + "?";
+}
+
+Usage noSuchOption(const Words& words, std::span<const std::string_view> known) {
+  return {"There is no option " + shown(words.word()) + "." + suggestion(words.word(), known)};
 }
 
 /// The decision that an option makes by itself.
 std::optional<Parsed> alone(const Words& words) {
   if (words.hasInlineValue()) return std::nullopt;
   if (words.word() == "--help" || words.word() == "-h") return Help{};
-  if (words.word() == "--version") return Version{};
+  if (words.word() == "--version" || words.word() == "-v") return Version{};
   return std::nullopt;
 }
 
@@ -147,17 +203,20 @@ std::optional<Parsed> understand(Words& words, Serve& serve) {
     if (serve.answering) return std::nullopt;
     return Usage{"--answer is allow, deny or ask, not \"" + shown(*answer) + "\"."};
   }
-  if (words.isOption()) return noSuchOption(words);
-  return Usage{"What is \"" + shown(words.word()) + "\"?"};
+  if (words.isOption()) return noSuchOption(words, serveWords);
+  // Only as the first word, hooks is a command.
+  const auto known = std::span(serveWords).subspan(words.isFirst() ? 0 : 1);
+  return Usage{"What is \"" + shown(words.word()) + "\"?" + suggestion(words.word(), known)};
 }
 
 std::optional<Parsed> understand(Words& words, Hooks& hooks, bool& hasAction) {
   if (auto decision = alone(words)) return decision;
   if (words.word() == "--home") return take(words, hooks.home);
   if (words.word() == "--tool") return take(words, hooks.tool);
-  if (words.isOption()) return noSuchOption(words);
+  if (words.isOption()) return noSuchOption(words, hooksOptions);
   const auto action = lookedUp(actions, words.word());
-  if (action && !hasAction && hooks.agents.empty()) {
+  const bool takesAction = !hasAction && hooks.agents.empty();
+  if (action && takesAction) {
     hooks.action = *action;
     hasAction = true;
     return std::nullopt;
@@ -168,8 +227,13 @@ std::optional<Parsed> understand(Words& words, Hooks& hooks, bool& hasAction) {
     }
     return std::nullopt;
   }
+  std::vector<std::string_view> known;
+  for (const auto& [name, value] : actions) {
+    if (takesAction) known.push_back(name);
+  }
+  for (const auto& agent : wireNames(Agent{})) known.push_back(agent.name);
   return Usage{"hooks takes status, add, remove or show, then claude, codex or cursor, not \"" +
-               shown(words.word()) + "\"."};
+               shown(words.word()) + "\"." + suggestion(words.word(), known)};
 }
 
 }  // namespace

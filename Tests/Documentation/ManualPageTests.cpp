@@ -151,6 +151,21 @@ TEST(ManualPage, namesNoOptionThatTheHeadlessCorvaneDoesNotHave) {
   }
 }
 
+// So none is missing where misspelt words are compared with what there is.
+TEST(HeadlessUsage, namesTheOptionThatAMisspeltOneIsNearestTo) {
+  for (const std::string& option : optionsIn(Headless::CommandLine::help)) {
+    SCOPED_TRACE(option);
+    const std::string misspelt = option.substr(0, option.size() - 1);
+    const auto answered = [&](const std::vector<std::string>& words) {
+      const auto parsed = Headless::CommandLine::parse(words);
+      const auto* const usage = std::get_if<Headless::CommandLine::Usage>(&parsed);
+      return usage != nullptr &&
+             usage->message == "There is no option " + misspelt + ". Did you mean " + option + "?";
+    };
+    EXPECT_TRUE(answered({misspelt}) || answered({"hooks", misspelt}));
+  }
+}
+
 class ManualPages : public testing::TestWithParam<std::string> {};
 
 TEST_P(ManualPages, areOfThisVersion) {
