@@ -7,7 +7,6 @@
 
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
-#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {
@@ -269,14 +268,16 @@ std::optional<Event> cursor(const JSON::Value& input) {
 
 Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd,
                         std::optional<std::string> session, bool isClaude,
-                        [[maybe_unused]] const Surroundings& surroundings) {
+                        const Surroundings& surroundings) {
   const std::string_view tool = input.string("tool_name").value_or("");
   const JSON::Value noInput = JSON::Value::ofObject({});
   const JSON::Value* given = input.object("tool_input");
   const JSON::Value& toolInput = given == nullptr ? noInput : *given;
 
+  const auto home = surroundings.homeFolder ? surroundings.homeFolder() : std::nullopt;
+
   Event event{.kind = AttentionKind::needsInput, .session = std::move(session)};
-  event.permission = card(tool, toolInput, {cwd, System::homeFolder()}, isClaude);
+  event.permission = card(tool, toolInput, {.cwd = cwd, .home = home}, isClaude);
   event.message = permissionMessage(tool, event.permission, input);
   event.toolCall = AgentPermission::fingerprint(tool, &toolInput);
   event.cwd = std::move(cwd);

@@ -7,7 +7,6 @@
 
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
-#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::AgentNotification {
@@ -619,7 +618,8 @@ struct EventCase {
 std::optional<Event> eventOf(Agent agent, std::string bytes, const AutoReviewed& autoReviewed) {
   const auto document = JSON::Document::parse(bytes);
   if (!document) return std::nullopt;
-  return event(agent, document->root(), {.autoReviewed = autoReviewed});
+  return event(agent, document->root(),
+               {.homeFolder = [] { return "/home/user"; }, .autoReviewed = autoReviewed});
 }
 
 bool neverReviewed(const std::string&) { return false; }
@@ -953,8 +953,7 @@ class Request : public testing::TestWithParam<RequestCase> {
   const std::string bytes_;
   const Read input_;
   const JSON::Value nothing_ = JSON::Value::ofObject({});
-  const std::optional<std::string> home_ = System::homeFolder();
-  const AgentPermission::Folders folders_{.cwd = "/home/user/project", .home = home_};
+  const AgentPermission::Folders folders_{.cwd = "/home/user/project", .home = "/home/user"};
 };
 TEST_P(Request, ofClaudeHasItsMessageCardAndCall) {
   const auto card = tool() == "AskUserQuestion" ? AgentPermission::question(toolInput(), folders_)
