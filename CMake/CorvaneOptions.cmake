@@ -1,5 +1,5 @@
-# What every target of ours is compiled with, said once. Nothing here reaches those who use the
-# installed library.
+# What every target of ours is compiled and linked with, said once. Nothing here reaches those who use
+# the installed library.
 
 add_library(CorvaneOptions INTERFACE)
 target_compile_features(CorvaneOptions INTERFACE cxx_std_20)
@@ -34,9 +34,10 @@ if(CORVANE_COVERAGE)
   target_link_options(CorvaneOptions INTERFACE --coverage)
 endif()
 
-# corvane_executable(name): what a program of ours is linked with. A static program starts in less
-# than half the time of a dynamic one; macOS has no static programs, so there only our own libraries
-# are static. With its read-only data in the pages of its code it starts 15 microseconds sooner.
+# corvane_link_program(target): what a program of ours is linked with. A static program starts in less
+# than half the time of a dynamic one; macOS has no static programs, so there the library and what it
+# stands on are linked in, and the system is not. With its read-only data in the pages of its code it
+# starts 15 microseconds sooner.
 function(corvane_link_program target)
   target_link_libraries(${target} PRIVATE CorvaneControl CorvaneOptions)
   if(CORVANE_STATIC AND NOT APPLE)

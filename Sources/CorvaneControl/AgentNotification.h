@@ -17,8 +17,10 @@ namespace CorvaneControl::AgentNotification {
 
 struct Event {
   AttentionKind kind = AttentionKind::needsInput;
-  std::optional<std::string> cwd{};      ///< The agent's working folder.
-  std::optional<std::string> message{};  ///< Shown with the mark.
+  std::optional<std::string> cwd{};  ///< The agent's working folder.
+  /// Shown with the mark. Neither cut nor on one line where it repeats a tool's name or the subject
+  /// of a card.
+  std::optional<std::string> message{};
   std::optional<std::string> session{};
   std::optional<AgentPermission> permission{};
   std::optional<std::string> toolCall{};  ///< The fingerprint of the call that awaits permission.

@@ -80,7 +80,7 @@ using AgentHost = std::variant<ApplicationHost, TmuxHost, CmuxHost>;
 struct Attention {
   std::string agent{};  ///< As `notify` sent it: "claude", "codex", "cursor", ...
   AttentionKind kind = AttentionKind::needsInput;
-  std::optional<std::string> message{};  ///< For the user, as `notify` sent it.
+  std::optional<std::string> message{};  ///< For the user; line breaks may be in it.
   Date since{};
   std::optional<std::string> session{};  ///< The agent's session identifier.
   std::optional<std::string> folder{};   ///< The agent's working folder.

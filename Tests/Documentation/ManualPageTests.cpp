@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <string_view>
@@ -166,6 +168,84 @@ TEST(HeadlessUsage, namesTheOptionThatAMisspeltOneIsNearestTo) {
   }
 }
 
+// What the process is told, and what it tells.
+
+/// The sources of these folders, one behind the other.
+std::string sourcesOf(const std::vector<std::string>& folders) {
+  std::string text;
+  for (const std::string& folder : folders) {
+    for (const auto& entry : std::filesystem::directory_iterator(CORVANE_SOURCE_DIR "/" + folder)) {
+      if (entry.path().extension() == ".cpp") {
+        text += CorvaneTests::page(folder + "/" + entry.path().filename().string());
+      }
+    }
+  }
+  return text;
+}
+
+/// Every run of capital letters and "_" that stands behind `before` and ahead of `after`, once.
+std::set<std::string> namesBetween(std::string_view text, std::string_view before,
+                                   std::string_view after) {
+  constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+  std::set<std::string> names;
+  for (std::size_t at = text.find(before); at != text.npos; at = text.find(before, at)) {
+    at += before.size();
+    const std::size_t end = std::min(text.find_first_not_of(letters, at), text.size());
+    if (end > at && text.substr(end).starts_with(after)) names.emplace(text.substr(at, end - at));
+  }
+  return names;
+}
+
+/// The variables that a section's lists are about: ".BR HOME ", " XDG_DATA_HOME" has two.
+std::set<std::string> variablesIn(const std::string& path) {
+  std::set<std::string> names;
+  for (const std::string& entry : entries(path, "ENVIRONMENT")) {
+    names.merge(namesBetween(" " + replaced(entry, ",", "") + " ", " ", " "));
+  }
+  return names;
+}
+
+/// The variables that the sources of these folders and the library's ask for.
+std::set<std::string> variablesAskedFor(const std::string& folder) {
+  const std::string library = "Sources/CorvaneControl";
+  return namesBetween(sourcesOf({folder, library, library + "/Platform"}), "(\"", "\")");
+}
+
+TEST(ManualPage, namesEveryVariableThatIsAskedFor) {
+  const std::set<std::string> asked = variablesAskedFor("Sources/corvanectl");
+  EXPECT_GE(asked.size(), 5U);
+  EXPECT_EQ(variablesIn(command), asked);
+}
+
+TEST(ManualPage, namesEveryVariableThatTheHeadlessCorvaneAsksFor) {
+  std::set<std::string> asked = variablesAskedFor("Sources/corvane-headless");
+  // Only `notify` has a pane to tell of.
+  std::erase_if(asked, [](const std::string& name) { return name.starts_with("CMUX_"); });
+  EXPECT_GE(asked.size(), 5U);
+  EXPECT_EQ(variablesIn(headless), asked);
+}
+
+TEST(ManualPage, namesEverySignalThatEndsTheHeadlessCorvane) {
+  EXPECT_EQ(namesBetween(replaced(source(headless), "\n", "  "), " SIG", " "),
+            namesBetween(CorvaneTests::page("Sources/corvane-headless/EndSignals.cpp"),
+                         "handle(SIG", ", tell)"));
+}
+
+/// The statuses of a README's table and of a page's section.
+std::vector<std::string> statusesOfReadme() {
+  std::vector<std::string> statuses;
+  for (const auto& line : CorvaneTests::Markdown(CorvaneTests::page("README.md")).lines) {
+    const auto cells = CorvaneTests::cellsOf(line.text);
+    if (line.section != "### Exit statuses" || cells.empty()) continue;
+    if (cells[0].find_first_not_of("0123456789") == std::string::npos) statuses.push_back(cells[0]);
+  }
+  return statuses;
+}
+
+TEST(ManualPage, hasTheExitStatusesOfTheReadme) {
+  EXPECT_EQ(entries(command, "EXIT STATUS"), statusesOfReadme());
+}
+
 class ManualPages : public testing::TestWithParam<std::string> {};
 
 TEST_P(ManualPages, areOfThisVersion) {
@@ -182,6 +262,16 @@ TEST_P(ManualPages, areSetWithoutAWarning) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.errors, "");
   EXPECT_NE(ended.output, "");
+}
+
+TEST_P(ManualPages, haveNothingThatMandocWarnsOf) {
+  const auto there = CorvaneTests::run("/bin/sh", {.arguments = {"-c", "command -v mandoc"}});
+  if (there.status != 0) GTEST_SKIP() << "there is no mandoc";
+  const auto ended = CorvaneTests::run(
+      "/bin/sh",
+      {.arguments = {"-c", "exec mandoc -T lint -W warning " CORVANE_SOURCE_DIR "/" + GetParam()}});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output, "");
 }
 
 constexpr auto named = [](const auto& info) {

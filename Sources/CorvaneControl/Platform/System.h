@@ -10,16 +10,18 @@
 #include <sys/types.h>
 #include <sys/un.h>
 
-/// What the library asks of the operating system where the systems differ. SystemPOSIX.cpp holds
-/// what they share, SystemLinux.cpp and SystemDarwin.cpp the rest; the build picks, so that no
-/// other file asks which system it runs on.
+/// What the library and the programs ask of the system where the systems differ, or where the
+/// answer takes more than a call; what POSIX settles is called where it is needed. SystemPOSIX.cpp
+/// holds what the systems share, SystemLinux.cpp and SystemDarwin.cpp the rest; the build picks, so
+/// that no other file asks which system it runs on.
 namespace CorvaneControl::System {
 
 /// The value of an environment variable, invalid UTF-8 repaired; absent when it is not set.
 std::optional<std::string> environmentValue(std::string_view name);
 
 /// The user's home folder: "HOME" when set and not empty, else the user database's entry; absent
-/// when neither names one.
+/// when neither names one. On Linux the database is /etc/passwd alone: asking a directory service
+/// would load shared libraries into a static program.
 std::optional<std::string> homeFolder();
 
 /// The folder that holds the applications' own folders: "~/Library/Application Support". On a
