@@ -1,8 +1,9 @@
 /* The least that a call can cost: the same exchange with fixed bytes, nothing decoded or decided.
  *
- *   floor list SOCKET       sends a request, reads one line, writes a fixed text
+ *   floor list SOCKET       sends a request, writes the line that comes back
  *   floor subscribe SOCKET  sends a request, writes what each read brought
- *   floor notify SOCKET     reads standard input whole, sends a fixed line, reads one line
+ *   floor notify SOCKET     reads standard input and drops it, sends a fixed line, reads one line
+ *   floor keep SOCKET       the same, but keeps its standard input in memory until the end
  */
 #include <stdlib.h>
 #include <string.h>
@@ -11,9 +12,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-static char buffer[4096];
+static char buffer[65536];
 
-static void readInput(void) {
+static void dropInput(void) {
+  while (read(0, buffer, sizeof buffer) > 0) {
+  }
+}
+
+static void keepInput(void) {
   struct stat status;
   size_t capacity = 8192;
   size_t size = 0;
@@ -27,36 +33,35 @@ static void readInput(void) {
   }
 }
 
-static void say(int descriptor, const char* text) {
-  if (write(descriptor, text, strlen(text)) < 0) _exit(1);
+static void say(int descriptor, const char* text, size_t size) {
+  if (write(descriptor, text, size) != (ssize_t)size) _exit(1);
 }
 
 int main(int count, char** words) {
+  static const char list[] = "{\"command\":\"list\"}\n";
+  static const char notify[] = "{\"agent\":\"claude\",\"command\":\"notify\",\"kind\":\"done\"}\n";
   struct sockaddr_un address = {0};
   ssize_t size;
   int connection;
+  int notifies;
   char what;
   if (count != 3) return 2;
   what = words[1][0];
-  if (what == 'n') readInput();
+  notifies = what == 'n' || what == 'k';
+  if (what == 'n') dropInput();
+  if (what == 'k') keepInput();
   address.sun_family = AF_UNIX;
   strncpy(address.sun_path, words[2], sizeof address.sun_path - 1);
   connection = socket(AF_UNIX, SOCK_STREAM, 0);
-  if (connect(connection, (struct sockaddr*)&address, sizeof address) != 0) {
-    say(2, "Corvane isn't running, or is too old for corvanectl.\n");
-    _exit(3);
+  if (connect(connection, (struct sockaddr*)&address, sizeof address) != 0) _exit(notifies ? 0 : 3);
+  if (notifies) {
+    say(connection, notify, sizeof notify - 1);
+  } else {
+    say(connection, list, sizeof list - 1);
   }
-  say(connection, what == 'n' ? "{\"agent\":\"claude\",\"command\":\"notify\"}\n"
-                              : "{\"command\":\"list\"}\n");
-  if (what == 's') {
-    while ((size = read(connection, buffer, sizeof buffer)) > 0) {
-      if (write(1, buffer, (size_t)size) < 0) _exit(1);
-    }
-    _exit(3);
+  while ((size = read(connection, buffer, sizeof buffer)) > 0) {
+    if (!notifies) say(1, buffer, (size_t)size);
+    if (what != 's' && buffer[size - 1] == '\n') _exit(0);
   }
-  do {
-    size = read(connection, buffer, sizeof buffer);
-  } while (size > 0 && !memchr(buffer, '\n', (size_t)size));
-  if (what == 'l') say(1, "* Mail         2 windows  1\n  Code Review  1 window\n");
-  _exit(0);
+  _exit(what == 's' ? 3 : 1); /* the application left */
 }
