@@ -15,6 +15,7 @@
 
 #include <setjmp.h>
 
+#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::Markdown {
@@ -61,7 +62,10 @@ class Arena {
   Arena(const Arena&) = delete;
   Arena& operator=(const Arena&) = delete;
   ~Arena() {
-    while (blocks_ != nullptr) std::free(std::exchange(blocks_, blocks_->previous));
+    while (blocks_ != nullptr) {
+      Block* const block = std::exchange(blocks_, blocks_->previous);
+      System::unmapMemory(reinterpret_cast<char*>(block), block->size);
+    }
   }
 
   /// Bytes of no certain value; leaves when there are none left.
@@ -73,6 +77,12 @@ class Arena {
     next_ += whole;
     left_ -= whole;
     return last_ + 1;
+  }
+
+  /// The same with all bytes zero, which those of mapped memory are: none is used twice.
+  void* allocateZeroed(std::size_t size) {
+    void* const memory = allocate(size);
+    return blocks_ == nullptr ? std::memset(memory, 0, size) : memory;
   }
 
   /// As `realloc`. What was allocated last grows where it is.
@@ -104,6 +114,7 @@ class Arena {
   };
   struct alignas(std::max_align_t) Block {
     Block* previous;
+    std::size_t size;
   };
 
   static constexpr std::size_t largest = std::size_t{1} << 30;  // bytes, so that no sum overflows
@@ -116,10 +127,10 @@ class Arena {
   /// What is left in the block before is given up.
   void addBlock(std::size_t needed) {
     const std::size_t size = std::max(blockSize_, sizeof(Block) + needed);
-    void* const memory = std::malloc(size);
+    char* const memory = System::mapMemory(size);
     if (memory == nullptr) leave();
-    blocks_ = new (memory) Block{blocks_};
-    next_ = static_cast<std::byte*>(memory) + sizeof(Block);
+    blocks_ = new (memory) Block{blocks_, size};
+    next_ = reinterpret_cast<std::byte*>(memory) + sizeof(Block);
     left_ = size - sizeof(Block);
     blockSize_ *= 2;
   }
@@ -138,7 +149,7 @@ thread_local Arena* arena = nullptr;
 
 void* allocate(std::size_t count, std::size_t size) {
   if (size != 0 && count > std::numeric_limits<std::size_t>::max() / size) arena->leave();
-  return std::memset(arena->allocate(count * size), 0, count * size);
+  return arena->allocateZeroed(count * size);
 }
 void* reallocate(void* memory, std::size_t size) { return arena->reallocate(memory, size); }
 void release(void* /*memory*/) {}
