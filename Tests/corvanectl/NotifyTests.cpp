@@ -263,6 +263,21 @@ TEST(Notify, aFolderThatIsGoneIsTheEmptyText) {
   EXPECT_NE(peer.requests().front().find(R"("cwd":"")"), std::string::npos);
 }
 
+TEST(Notify, aHomeWithASlashTooManyIsATildeAllTheSame) {
+  for (const char* const home : {"/u/me", "/u/me/", "/u//me", "//u//me//"}) {
+    const TemporaryFolder folder;
+    ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
+    ChildOptions options = against(peer.path(), {"notify", "--agent", "claude"});
+    options.environment["HOME"] = home;
+    options.input = R"({"hook_event_name":"PermissionRequest","cwd":"/u/me/x","tool_name":"Write",)"
+                    R"("tool_input":{"file_path":"/u/me/a","content":""}})";
+    expectSilence(run(corvanectl(), options));
+    ASSERT_EQ(peer.requests().size(), 1U);
+    EXPECT_NE(peer.requests().front().find(R"("folder":"~/x")"), std::string::npos) << home;
+    EXPECT_NE(peer.requests().front().find(R"("note":"~/a")"), std::string::npos) << home;
+  }
+}
+
 /// The request that the library makes of an input, with this process as the parent: the other road
 /// to what the executable sends.
 std::optional<std::string> expectedRequest(const std::string& agent, std::string input) {
