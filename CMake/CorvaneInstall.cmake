@@ -1,5 +1,5 @@
-# `cmake --install` puts the programs, the library with its headers, the manual pages and a CMake
-# package file in place.
+# `cmake --install` puts the programs, the library with its headers, the manual pages, the
+# completions and a CMake package file in place.
 
 include(CMakePackageConfigHelpers)
 
@@ -11,6 +11,15 @@ install(DIRECTORY Sources/CorvaneControl DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
 install(FILES Documentation/corvanectl.1 Documentation/corvane-headless.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# Each shell looks for a file of the command's name; the same one serves both commands.
+install(FILES Completions/_corvane DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+foreach(program corvanectl corvane-headless)
+  install(FILES Completions/corvane.bash RENAME ${program}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES Completions/corvane.fish RENAME ${program}.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
 
 install(EXPORT CorvaneControl NAMESPACE Corvane:: FILE CorvaneControlTargets.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneControl)

@@ -62,18 +62,6 @@ std::vector<std::string> firstWords(const std::vector<std::string>& texts) {
   return words;
 }
 
-/// Every "--option" in a text, once.
-std::set<std::string> optionsIn(std::string_view text) {
-  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz-";
-  std::set<std::string> options;
-  for (std::size_t at = text.find("--"); at != std::string_view::npos; at = text.find("--", at)) {
-    const std::size_t end = std::min(text.find_first_not_of(letters, at), text.size());
-    options.emplace(text.substr(at, end - at));
-    at = end;
-  }
-  return options;
-}
-
 /// The commands of the usage text, in its order: they stand behind two spaces.
 std::vector<std::string> usageCommands() {
   std::vector<std::string> commands;
@@ -103,14 +91,15 @@ TEST(ManualPage, beginsWithASynopsisOfEveryCommand) {
 }
 
 TEST(ManualPage, describesEveryOption) {
-  EXPECT_EQ(asSet(firstWords(entries(command, "OPTIONS"))), optionsIn(ControlCommandLine::usage));
+  EXPECT_EQ(asSet(firstWords(entries(command, "OPTIONS"))),
+            CorvaneTests::optionsIn(ControlCommandLine::usage));
 }
 
 // Beside the options of the usage, only words that stand for a whole command by themselves, and the
 // options of the other program.
 TEST(ManualPage, namesNoOptionThatDoesNotExist) {
-  const std::set<std::string> known = optionsIn(ControlCommandLine::usage);
-  for (const std::string& option : optionsIn(source(command))) {
+  const std::set<std::string> known = CorvaneTests::optionsIn(ControlCommandLine::usage);
+  for (const std::string& option : CorvaneTests::optionsIn(source(command))) {
     if (known.contains(option)) continue;
     const auto parsed = ControlCommandLine::parse({option}, {});
     EXPECT_TRUE(std::holds_alternative<ControlCommandLine::Help>(parsed) ||
@@ -127,7 +116,7 @@ TEST(ManualPage, describesEveryOptionOfTheHeadlessCorvane) {
       if (isOption(word)) described.insert(word);
     }
   }
-  const std::set<std::string> known = optionsIn(Headless::CommandLine::help);
+  const std::set<std::string> known = CorvaneTests::optionsIn(Headless::CommandLine::help);
   EXPECT_GE(known.size(), 8U);
   EXPECT_EQ(described, known);
 }
@@ -146,16 +135,16 @@ TEST(ManualPage, describesEveryActionOnHooks) {
 }
 
 TEST(ManualPage, namesNoOptionThatTheHeadlessCorvaneDoesNotHave) {
-  std::set<std::string> known = optionsIn(Headless::CommandLine::help);
-  known.merge(optionsIn(ControlCommandLine::usage));
-  for (const std::string& option : optionsIn(source(headless))) {
+  std::set<std::string> known = CorvaneTests::optionsIn(Headless::CommandLine::help);
+  known.merge(CorvaneTests::optionsIn(ControlCommandLine::usage));
+  for (const std::string& option : CorvaneTests::optionsIn(source(headless))) {
     EXPECT_TRUE(known.contains(option)) << option;
   }
 }
 
 // So none is missing where misspelt words are compared with what there is.
 TEST(HeadlessUsage, namesTheOptionThatAMisspeltOneIsNearestTo) {
-  for (const std::string& option : optionsIn(Headless::CommandLine::help)) {
+  for (const std::string& option : CorvaneTests::optionsIn(Headless::CommandLine::help)) {
     SCOPED_TRACE(option);
     const std::string misspelt = option.substr(0, option.size() - 1);
     const auto answered = [&](const std::vector<std::string>& words) {

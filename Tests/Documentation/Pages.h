@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -81,6 +82,18 @@ inline std::vector<std::string> cellsOf(std::string_view line) {
     cells.emplace_back(cell.substr(begin, cell.find_last_not_of(' ') + 1 - begin));
   }
   return cells;
+}
+
+/// Every "--option" in a text, once.
+inline std::set<std::string> optionsIn(std::string_view text) {
+  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz-";
+  std::set<std::string> options;
+  for (std::size_t at = text.find("--"); at != std::string_view::npos; at = text.find("--", at)) {
+    const std::size_t end = std::min(text.find_first_not_of(letters, at), text.size());
+    options.emplace(text.substr(at, end - at));
+    at = end;
+  }
+  return options;
 }
 
 /// The pieces of `text` that stand between two of the same mark: "a" and "b" of `"a" or "b"`.
