@@ -31,10 +31,11 @@ constexpr std::string_view workspaces = R"([
   {"name": "a\",\"name\":\"b"}, {"name": "back\\"}
 ])";
 
-/// A shell, and how it is started with our completions. It says "@prompt@" before each prompt, so that a
-/// prompt is told from one that is only drawn again.
+/// A shell, and how it is started with our completions. It says "@prompt@" before each prompt, so
+/// that a prompt is told from one that is only drawn again.
 struct Shell {
   const char* name;
+  const char* package;
   const char* there;     ///< A command that fails where the shell is not.
   const char* command;   ///< Starts it; "$1" is the file with its settings.
   const char* settings;  ///< zsh reads them by itself.
@@ -42,18 +43,21 @@ struct Shell {
 
 #define COMPLETIONS CORVANE_SOURCE_DIR "/Completions"
 const Shell shells[] = {
-    {"bash", "command -v bash", R"(exec bash --noprofile --rcfile "$1" -i)",
+    {"bash", "bash", "command -v bash", R"(exec bash --noprofile --rcfile "$1" -i)",
      ". '" COMPLETIONS "/corvane.bash'\nPROMPT_COMMAND='echo @prompt@'\nPS1='ready> '\n"},
     // With the package that loads completions when they are first needed.
-    {"bashThatLoadsThem", "command -v bash && test -r /usr/share/bash-completion/bash_completion",
+    {"bashThatLoadsThem", "bash-completion",
+     "command -v bash && test -r /usr/share/bash-completion/bash_completion",
      R"(exec bash --noprofile --rcfile "$1" -i)",
-     ". /usr/share/bash-completion/bash_completion\nPROMPT_COMMAND='echo @prompt@'\nPS1='ready> '\n"},
-    {"zsh", "command -v zsh", "exec zsh -d -i",
+     ". /usr/share/bash-completion/bash_completion\nPROMPT_COMMAND='echo @prompt@'\nPS1='ready> "
+     "'\n"},
+    {"zsh", "zsh", "command -v zsh", "exec zsh -d -i",
      "fpath=('" COMPLETIONS "' $fpath)\nautoload -Uz compinit && compinit -u -D\n"
      "precmd() { echo @prompt@; }\nPS1='ready> '\n"},
-    {"fish", "command -v fish", R"(exec fish -i -C "source '$1'")",
+    {"fish", "fish", "command -v fish", R"(exec fish -i -C "source '$1'")",
      "source '" COMPLETIONS "/corvane.fish'\nset fish_greeting\n"
-     "set fish_autosuggestion_enabled 0\nfunction prompted --on-event fish_prompt; echo @prompt@; end\n"
+     "set fish_autosuggestion_enabled 0\nfunction prompted --on-event fish_prompt; echo @prompt@; "
+     "end\n"
      "function fish_prompt; echo -n 'ready> '; end\n"},
 };
 
@@ -70,11 +74,17 @@ class Person {
     const std::string keep =
         "#!/bin/sh\n"
         "if [ \"$*\" = 'list --json' ]; then\n"
-        "  cat '" + folder_.path("answer") + "' 2>/dev/null || exec '" CORVANECTL "' list --json\n"
+        "  cat '" +
+        folder_.path("answer") +
+        "' 2>/dev/null || exec '" CORVANECTL
+        "' list --json\n"
         "  exit\n"
         "fi\n"
-        "{ printf '%s\\n' \"${0##*/}\" \"$@\"; } >'" + folder_.path("kept.new") + "'\n"
-        "mv '" + folder_.path("kept.new") + "' '" + folder_.path("kept") + "'\n";
+        "{ printf '%s\\n' \"${0##*/}\" \"$@\"; } >'" +
+        folder_.path("kept.new") +
+        "'\n"
+        "mv '" +
+        folder_.path("kept.new") + "' '" + folder_.path("kept") + "'\n";
     for (const char* const program : {"bin/corvanectl", "bin/corvane-headless"}) {
       std::filesystem::permissions(folder_.write(program, keep), std::filesystem::perms::owner_all);
     }
@@ -137,11 +147,13 @@ class Person {
 
 using Words = std::vector<std::string>;
 
-class Completions : public testing::TestWithParam<Shell> {
+class Completions : public CorvaneTests::InATerminal, public testing::WithParamInterface<Shell> {
  protected:
   void SetUp() override {
+    InATerminal::SetUp();
+    if (IsSkipped()) return;
     const auto there = CorvaneTests::run("/bin/sh", {.arguments = {"-c", GetParam().there}});
-    if (there.status != 0) GTEST_SKIP() << "this shell is not here: " << GetParam().name;
+    if (there.status != 0) GTEST_SKIP() << GetParam().package << " is not here";
   }
 };
 
@@ -160,14 +172,15 @@ void expectLines(Person& person, const std::string& program, const std::vector<L
 
 TEST_P(Completions, completeCommandsOptionsAgentsAndKinds) {
   Person person(GetParam());
-  expectLines(person, "corvanectl",
-              {{"cur\t", {"current"}},
-               {"sub\t", {"subscribe"}},
-               {"current --j\t", {"current", "--json"}},
-               {"notify --me\tx", {"notify", "--message", "x"}},
-               {"notify --agent cl\t", {"notify", "--agent", "claude"}},
-               {"notify --agent claude --k\td\t", {"notify", "--agent", "claude", "--kind", "done"}},
-               {"notify --cwd So\tx", {"notify", "--cwd", "Some folder/x"}}});
+  expectLines(
+      person, "corvanectl",
+      {{"cur\t", {"current"}},
+       {"sub\t", {"subscribe"}},
+       {"current --j\t", {"current", "--json"}},
+       {"notify --me\tx", {"notify", "--message", "x"}},
+       {"notify --agent cl\t", {"notify", "--agent", "claude"}},
+       {"notify --agent claude --k\td\t", {"notify", "--agent", "claude", "--kind", "done"}},
+       {"notify --cwd So\tx", {"notify", "--cwd", "Some folder/x"}}});
 }
 
 TEST_P(Completions, offerNothingWhereNothingFits) {
@@ -224,8 +237,8 @@ TEST_P(Completions, leaveOutANameThatCannotBeShown) {
 }
 
 TEST_P(Completions, takeNoAnswerForNoNames) {
-  for (const char* const answer : {"", "\n", "{}", "{\"ok\":true,\"workspaces\":[]}\n",
-                                   "S\n", "\"name\":\"\n"}) {
+  for (const char* const answer :
+       {"", "\n", "{}", "{\"ok\":true,\"workspaces\":[]}\n", "S\n", "\"name\":\"\n"}) {
     Person person(GetParam());
     person.answers(answer);
     expectLines(person, "corvanectl", {{"switch S\tx", {"switch", "Sx"}}});
@@ -240,18 +253,18 @@ TEST_P(Completions, areSilentWithoutTheApplication) {
 
 TEST_P(Completions, completeTheHeadlessCorvane) {
   Person person(GetParam());
-  expectLines(person, "corvane-headless",
-              {{"ho\t", {"hooks"}},
-               {"--wo\tsome\t", {"--workspaces", "some file"}},
-               {"--quiet --an\tde\t", {"--quiet", "--answer", "deny"}},
-               {"--quiet ho\tx", {"--quiet", "hox"}},
-               {"hooks ad\t", {"hooks", "add"}},
-               {"hooks remove cl\tcu\t", {"hooks", "remove", "claude", "cursor"}},
-               {"hooks remove claude cl\tx", {"hooks", "remove", "claude", "clx"}},
-               {"hooks cod\t", {"hooks", "codex"}},
-               {"hooks add remo\tx", {"hooks", "add", "remox"}},
-               {"hooks show codex --ho\tSo\tx",
-                {"hooks", "show", "codex", "--home", "Some folder/x"}}});
+  expectLines(
+      person, "corvane-headless",
+      {{"ho\t", {"hooks"}},
+       {"--wo\tsome\t", {"--workspaces", "some file"}},
+       {"--quiet --an\tde\t", {"--quiet", "--answer", "deny"}},
+       {"--quiet ho\tx", {"--quiet", "hox"}},
+       {"hooks ad\t", {"hooks", "add"}},
+       {"hooks remove cl\tcu\t", {"hooks", "remove", "claude", "cursor"}},
+       {"hooks remove claude cl\tx", {"hooks", "remove", "claude", "clx"}},
+       {"hooks cod\t", {"hooks", "codex"}},
+       {"hooks add remo\tx", {"hooks", "add", "remox"}},
+       {"hooks show codex --ho\tSo\tx", {"hooks", "show", "codex", "--home", "Some folder/x"}}});
 }
 
 INSTANTIATE_TEST_SUITE_P(, Completions, testing::ValuesIn(shells),

@@ -146,8 +146,8 @@ TEST(CompletionsList, hasEveryOptionAndChoiceOfTheHeadlessCorvane) {
 
 // An option that waits for a value has a place of its own, and no other has.
 TEST(CompletionsList, knowsWhichOptionsOfTheHeadlessCorvaneTakeAValue) {
-  for (const auto& [place, words] :
-       {std::pair<std::string, Words>{"corvane-headless", {}}, {"corvane-headless hooks", {"hooks"}}}) {
+  for (const auto& [place, words] : {std::pair<std::string, Words>{"corvane-headless", {}},
+                                     {"corvane-headless hooks", {"hooks"}}}) {
     for (const std::string& option : wordsOf(place)) {
       if (!option.starts_with("--")) continue;
       Words given = words;

@@ -20,14 +20,13 @@
 
 namespace CorvaneTests {
 
-/// A terminal that a program runs in, and the person at it.
+/// A terminal that a program runs in, and the person at it. Tests that use one skip where a machine
+/// lends none: `skipWithoutTerminals`.
 class PseudoTerminal {
  public:
   explicit PseudoTerminal(unsigned short columns = 80) {
-    master_ = ::posix_openpt(O_RDWR | O_NOCTTY);
-    if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0) std::abort();
-    ::fcntl(master_, F_SETFD, FD_CLOEXEC);
-    slave_ = ::open(::ptsname(master_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    open();
+    if (!isOpen()) std::abort();
     winsize size{};
     size.ws_row = 50;
     size.ws_col = columns;
@@ -42,6 +41,14 @@ class PseudoTerminal {
   ~PseudoTerminal() { hangUp(); }
   PseudoTerminal(const PseudoTerminal&) = delete;
   PseudoTerminal& operator=(const PseudoTerminal&) = delete;
+
+  /// Whether this machine lends terminals: a container may be without /dev/pts, or with one that is
+  /// not its own.
+  static bool areThere() {
+    PseudoTerminal tried{Unopened{}};
+    tried.open();
+    return tried.isOpen();
+  }
 
   /// Makes a program that `options` describe run in this terminal.
   ChildOptions lentTo(ChildOptions options) const {
@@ -79,6 +86,18 @@ class PseudoTerminal {
   }
 
  private:
+  struct Unopened {};
+  explicit PseudoTerminal(Unopened /*tag*/) {}
+
+  void open() {
+    master_ = ::posix_openpt(O_RDWR | O_NOCTTY);
+    if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0) return;
+    ::fcntl(master_, F_SETFD, FD_CLOEXEC);
+    const char* const name = ::ptsname(master_);
+    if (name != nullptr) slave_ = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  }
+  bool isOpen() const { return slave_ >= 0; }
+
   void take(std::chrono::milliseconds limit) {
     pollfd polled{.fd = master_, .events = POLLIN, .revents = 0};
     if (::poll(&polled, 1, static_cast<int>(limit.count())) <= 0) return;
@@ -90,6 +109,18 @@ class PseudoTerminal {
   int master_ = -1;
   int slave_ = -1;
   std::string screen_{};
+};
+
+/// To be called first in a test, or when it is set up.
+inline void skipWithoutTerminals() {
+  static const bool areThere = PseudoTerminal::areThere();
+  if (!areThere) GTEST_SKIP() << "no terminal can be opened here; is /dev/pts mounted?";
+}
+
+/// Tests in a terminal.
+class InATerminal : public testing::Test {
+ protected:
+  void SetUp() override { skipWithoutTerminals(); }
 };
 
 }  // namespace CorvaneTests

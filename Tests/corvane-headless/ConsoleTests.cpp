@@ -67,7 +67,9 @@ class Terminal {
   ChildProcess process;
 };
 
-TEST(Console, asksAndSendsTheAnswer) {
+class Console : public CorvaneTests::InATerminal {};
+
+TEST_F(Console, asksAndSendsTheAnswer) {
   Terminal console;
   ControlClient agent = console.asking(permission("npm test"));
   ASSERT_TRUE(
@@ -82,7 +84,7 @@ TEST(Console, asksAndSendsTheAnswer) {
   EXPECT_TRUE(console.waitFor("Allowed, Claude: Run npm test"));
 }
 
-TEST(Console, denies) {
+TEST_F(Console, denies) {
   Terminal console;
   ControlClient agent = console.asking(permission("rm"));
   ASSERT_TRUE(console.waitFor("[d] deny"));
@@ -91,7 +93,7 @@ TEST(Console, denies) {
   EXPECT_TRUE(console.waitFor("Denied, Claude: Run rm"));
 }
 
-TEST(Console, leavesACardToItsAgent) {
+TEST_F(Console, leavesACardToItsAgent) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[l] leave it to Claude"));
@@ -100,7 +102,7 @@ TEST(Console, leavesACardToItsAgent) {
   EXPECT_TRUE(console.waitFor("Left to Claude: Run ls"));
 }
 
-TEST(Console, asksAgainAfterWhatIsNoAnswer) {
+TEST_F(Console, asksAgainAfterWhatIsNoAnswer) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -115,7 +117,7 @@ TEST(Console, asksAgainAfterWhatIsNoAnswer) {
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
 }
 
-TEST(Console, showsAllLinesWhenAsked) {
+TEST_F(Console, showsAllLinesWhenAsked) {
   Terminal console;
   std::string lines;
   for (int number = 1; number <= 20; ++number) {
@@ -137,7 +139,7 @@ TEST(Console, showsAllLinesWhenAsked) {
   EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
 }
 
-TEST(Console, asksQuestionsOneByOne) {
+TEST_F(Console, asksQuestionsOneByOne) {
   Terminal console;
   ControlClient agent = console.asking(questionCard);
   ASSERT_TRUE(console.waitFor("  Question 1 of 2\n  Which?\n   1  A\n   2  B\n"));
@@ -150,7 +152,7 @@ TEST(Console, asksQuestionsOneByOne) {
   EXPECT_TRUE(console.waitFor("Answered, Claude: Answer Which?"));
 }
 
-TEST(Console, declinesQuestions) {
+TEST_F(Console, declinesQuestions) {
   Terminal console;
   ControlClient agent = console.asking(questionCard);
   ASSERT_TRUE(console.waitFor("[d] decline to answer"));
@@ -158,7 +160,7 @@ TEST(Console, declinesQuestions) {
   EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
 }
 
-TEST(Console, approvesPlans) {
+TEST_F(Console, approvesPlans) {
   const std::pair<const char*, const char*> answers[] = {
       {"a", R"({"approval":"auto","decision":"allowed","ok":true})"},
       {"m", R"({"approval":"manual","decision":"allowed","ok":true})"},
@@ -173,7 +175,7 @@ TEST(Console, approvesPlans) {
   }
 }
 
-TEST(Console, showsOneCardAfterTheOther) {
+TEST_F(Console, showsOneCardAfterTheOther) {
   Terminal console;
   ControlClient first = console.asking(permission("first"));
   ASSERT_TRUE(console.waitFor("    1   first\n"));
@@ -195,7 +197,7 @@ TEST(Console, showsOneCardAfterTheOther) {
   EXPECT_EQ(third.line(), R"({"decision":"allowed","ok":true})");
 }
 
-TEST(Console, takesNoAnswerForACardThatWasNotShownYet) {
+TEST_F(Console, takesNoAnswerForACardThatWasNotShownYet) {
   Terminal console;
   ControlClient first = console.asking(permission("first"));
   ASSERT_TRUE(console.waitFor("    1   first\n"));
@@ -209,7 +211,7 @@ TEST(Console, takesNoAnswerForACardThatWasNotShownYet) {
   EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
 }
 
-TEST(Console, withdrawsTheCardOfAnAgentThatIsGone) {
+TEST_F(Console, withdrawsTheCardOfAnAgentThatIsGone) {
   Terminal console;
   ControlClient first = console.asking(permission("first"));
   ASSERT_TRUE(console.waitFor("    1   first\n"));
@@ -226,7 +228,7 @@ TEST(Console, withdrawsTheCardOfAnAgentThatIsGone) {
   EXPECT_EQ(third.line(), R"({"decision":"allowed","ok":true})");
 }
 
-TEST(Console, answersAnAgentThatOnlyStoppedSending) {
+TEST_F(Console, answersAnAgentThatOnlyStoppedSending) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   agent.finishSending();
@@ -236,7 +238,7 @@ TEST(Console, answersAnAgentThatOnlyStoppedSending) {
   EXPECT_FALSE(agent.line());
 }
 
-TEST(Console, withdrawsTheCardOfAnAgentThatStoppedSendingAndLeft) {
+TEST_F(Console, withdrawsTheCardOfAnAgentThatStoppedSendingAndLeft) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   agent.finishSending();
@@ -245,7 +247,7 @@ TEST(Console, withdrawsTheCardOfAnAgentThatStoppedSendingAndLeft) {
   EXPECT_TRUE(console.waitFor("Withdrawn by Claude: Run ls"));
 }
 
-TEST(Console, withdrawsACardThatWasAnsweredAtTheAgent) {
+TEST_F(Console, withdrawsACardThatWasAnsweredAtTheAgent) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls", R"("toolCall":"c1",)"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -258,7 +260,7 @@ TEST(Console, withdrawsACardThatWasAnsweredAtTheAgent) {
   EXPECT_EQ(other.ask(R"({"command":"current"})")->find("attention"), std::string::npos);
 }
 
-TEST(Console, keepsACardWhenAnEqualCallThatWasAllowedIsDone) {
+TEST_F(Console, keepsACardWhenAnEqualCallThatWasAllowedIsDone) {
   Terminal console;
   ControlClient first = console.asking(permission("ls", R"("toolCall":"c1",)"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -275,7 +277,7 @@ TEST(Console, keepsACardWhenAnEqualCallThatWasAllowedIsDone) {
   EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
 }
 
-TEST(Console, withdrawsTheCardsOfASessionThatEnds) {
+TEST_F(Console, withdrawsTheCardsOfASessionThatEnds) {
   Terminal console;
   ControlClient first = console.asking(permission("first"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -289,7 +291,7 @@ TEST(Console, withdrawsTheCardsOfASessionThatEnds) {
   ASSERT_TRUE(console.waitFor("1. Begin")) << "the one of another session is up";
 }
 
-TEST(Console, marksTheWorkspaceWhileACardWaits) {
+TEST_F(Console, marksTheWorkspaceWhileACardWaits) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -302,7 +304,7 @@ TEST(Console, marksTheWorkspaceWhileACardWaits) {
   EXPECT_EQ(current->find("attention"), std::string::npos) << *current;
 }
 
-TEST(Console, answersARequestAfterTheCardOfItsConnection) {
+TEST_F(Console, answersARequestAfterTheCardOfItsConnection) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls") + "\n{\"command\":\"current\"}");
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -312,7 +314,7 @@ TEST(Console, answersARequestAfterTheCardOfItsConnection) {
   EXPECT_TRUE(agent.line().value_or("").find(R"("name":"Site")") != std::string::npos);
 }
 
-TEST(Console, leavesCardsToTheAgentsAtTheEndOfInput) {
+TEST_F(Console, leavesCardsToTheAgentsAtTheEndOfInput) {
   Terminal console;
   ControlClient first = console.asking(permission("first"));
   ControlClient second = console.asking(permission("second"));
@@ -326,13 +328,13 @@ TEST(Console, leavesCardsToTheAgentsAtTheEndOfInput) {
   EXPECT_TRUE(console.process.running());
 }
 
-TEST(Console, saysThatNothingWaits) {
+TEST_F(Console, saysThatNothingWaits) {
   Terminal console;
   console.type("a");
   EXPECT_TRUE(console.waitFor("Nothing waits for an answer."));
 }
 
-TEST(Console, endsWhenTheTerminalIsClosed) {
+TEST_F(Console, endsWhenTheTerminalIsClosed) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -343,7 +345,7 @@ TEST(Console, endsWhenTheTerminalIsClosed) {
   EXPECT_FALSE(console.folder.holds("s"));
 }
 
-TEST(Console, endsWhileACardWaits) {
+TEST_F(Console, endsWhileACardWaits) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -352,7 +354,7 @@ TEST(Console, endsWhileACardWaits) {
   EXPECT_EQ(console.process.wait().status, 0);
 }
 
-TEST(Console, goesOnAsAJobInTheBackground) {
+TEST_F(Console, goesOnAsAJobInTheBackground) {
   TemporaryFolder folder;
   PseudoTerminal terminal;
   const std::string socket = folder.path("s");
@@ -388,7 +390,7 @@ const ColourCase colourCases[] = {
     {"notOnADumbTerminal", {{"TERM", "dumb"}}, false},
 };
 
-class Colours : public testing::TestWithParam<ColourCase> {};
+class Colours : public CorvaneTests::InATerminal, public testing::WithParamInterface<ColourCase> {};
 TEST_P(Colours, areUsed) {
   Terminal console({.environment = GetParam().environment});
   ControlClient agent = console.asking(permission("x\\u001b[31m"));
@@ -405,7 +407,7 @@ TEST_P(Colours, areUsed) {
 INSTANTIATE_TEST_SUITE_P(Console, Colours, testing::ValuesIn(colourCases),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST(Console, setsLongLogLinesBelowTheirBeginning) {
+TEST_F(Console, setsLongLogLinesBelowTheirBeginning) {
   Terminal console({.environment = {{"NO_COLOR", "1"}}}, 40);
   ControlClient agent = console.client();
   // Where the terminal's row ends, the text looks like a line of the log.
@@ -431,7 +433,7 @@ ChildOptions hook(const std::string& socket, const std::string& command) {
                command + "\"}}"};
 }
 
-TEST(Console, decidesForTheHookOfAnAgent) {
+TEST_F(Console, decidesForTheHookOfAnAgent) {
   Terminal console;
   ChildProcess first(CORVANECTL, hook(console.folder.path("s"), "npm test"));
   ASSERT_TRUE(console.waitFor("    1   npm test\n"));
@@ -450,7 +452,7 @@ TEST(Console, decidesForTheHookOfAnAgent) {
             "\n");
 }
 
-TEST(Console, withdrawsTheCardOfAHookThatIsKilled) {
+TEST_F(Console, withdrawsTheCardOfAHookThatIsKilled) {
   for (const int signal : {SIGTERM, SIGKILL}) {
     Terminal console;
     ChildProcess agent(CORVANECTL, hook(console.folder.path("s"), "ls"));
@@ -461,7 +463,7 @@ TEST(Console, withdrawsTheCardOfAHookThatIsKilled) {
   }
 }
 
-TEST(Console, letsTheAgentAskWhenItEnds) {
+TEST_F(Console, letsTheAgentAskWhenItEnds) {
   Terminal console;
   ChildProcess agent(CORVANECTL, hook(console.folder.path("s"), "ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
@@ -471,7 +473,7 @@ TEST(Console, letsTheAgentAskWhenItEnds) {
   EXPECT_EQ(ended.output + ended.errors, "");
 }
 
-TEST(Console, readsAnswersFromAPipe) {
+TEST(ConsoleWithoutATerminal, readsAnswersFromAPipe) {
   HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .input = "a\nd\nx\nl"});
   const char* const answers[] = {R"({"decision":"allowed","ok":true})",
                                  R"({"decision":"denied","ok":true})", R"({"ok":true})",
@@ -487,7 +489,7 @@ TEST(Console, readsAnswersFromAPipe) {
   EXPECT_LT(log.find("Left to Claude"), log.find("End of input: "));
 }
 
-TEST(Console, keepsWhatAPipeHoldsForTheNextCard) {
+TEST(ConsoleWithoutATerminal, keepsWhatAPipeHoldsForTheNextCard) {
   HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .keepInputOpen = true});
   ControlClient agent = corvane.client();
   corvane.process().write("a\nd\n");
@@ -495,7 +497,7 @@ TEST(Console, keepsWhatAPipeHoldsForTheNextCard) {
   EXPECT_EQ(agent.ask(permission("ls")), R"({"decision":"denied","ok":true})");
 }
 
-TEST(Console, answersForScripts) {
+TEST(ConsoleWithoutATerminal, answersForScripts) {
   const std::pair<std::string, std::vector<std::string>> answers[] = {
       {"allow",
        {R"({"decision":"allowed","ok":true})",
@@ -514,7 +516,7 @@ TEST(Console, answersForScripts) {
   }
 }
 
-TEST(Console, leavesCardsToTheAgentsWithoutATerminal) {
+TEST(ConsoleWithoutATerminal, leavesCardsToTheAgents) {
   HeadlessCorvane corvane;
   ControlClient agent = corvane.client();
   EXPECT_EQ(agent.ask(permission("ls")), R"({"ok":true})");
@@ -522,7 +524,7 @@ TEST(Console, leavesCardsToTheAgentsWithoutATerminal) {
       << "the user has to go to the agent";
 }
 
-TEST(Console, drawsCardsEvenWhenQuiet) {
+TEST(ConsoleWithoutATerminal, drawsCardsEvenWhenQuiet) {
   HeadlessCorvane corvane({.arguments = {"--quiet", "--answer", "ask"}, .keepInputOpen = true});
   ControlClient agent = corvane.client();
   agent.send(permission("ls") + "\n");

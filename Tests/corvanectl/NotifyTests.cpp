@@ -375,7 +375,9 @@ TEST(Notify, waitsForInputOnAPipeThatSomebodyElseMadeNonBlocking) {
   EXPECT_EQ(child.wait().output, allow);
 }
 
-TEST(Notify, readsNothingFromATerminal) {
+class NotifyInATerminal : public CorvaneTests::InATerminal {};
+
+TEST_F(NotifyInATerminal, readsNothing) {
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true,\"decision\":\"allowed\"}\n"));
   const PseudoTerminal terminal;
