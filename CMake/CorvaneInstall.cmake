@@ -11,6 +11,7 @@ install(DIRECTORY Sources/CorvaneControl DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
 install(FILES Documentation/corvanectl.1 Documentation/corvane-headless.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES Documentation/corvane-control.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 
 # Each shell looks for a file of the command's name; the same one serves both commands.
 install(FILES Completions/_corvane DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)

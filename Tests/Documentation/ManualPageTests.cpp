@@ -6,10 +6,12 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 #include "CorvaneControl/ControlCommandLine.h"
+#include "CorvaneControl/ControlProtocol.h"
 #include "Documentation/Pages.h"
 #include "Support/ChildProcess.h"
 #include "corvane-headless/CommandLine.h"
@@ -19,6 +21,7 @@ namespace {
 
 const std::string command = "Documentation/corvanectl.1";
 const std::string headless = "Documentation/corvane-headless.1";
+const std::string protocol = "Documentation/corvane-control.7";
 
 std::string replaced(std::string text, std::string_view what, std::string_view with) {
   for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
@@ -241,32 +244,80 @@ TEST_P(ManualPages, areOfThisVersion) {
   EXPECT_NE(source(GetParam()).find("\"Corvane " CORVANE_VERSION "\""), std::string::npos);
 }
 
+CorvaneTests::Ended shell(const std::string& script) {
+  return CorvaneTests::run("/bin/sh", {.arguments = {"-c", script}});
+}
+
+bool isThere(const std::string& script) { return shell(script + " </dev/null").status == 0; }
+
 TEST_P(ManualPages, areSetWithoutAWarning) {
-  const auto there = CorvaneTests::run(
-      "/bin/sh", {.arguments = {"-c", "command -v groff && groff -man </dev/null"}});
-  if (there.status != 0) GTEST_SKIP() << "there is no groff with the macros for manual pages";
-  const auto ended = CorvaneTests::run(
-      "/bin/sh",
-      {.arguments = {"-c", "exec groff -man -Tutf8 -ww " CORVANE_SOURCE_DIR "/" + GetParam()}});
+  if (!isThere("command -v groff && groff -man")) {
+    GTEST_SKIP() << "there is no groff with the macros for manual pages";
+  }
+  const auto ended = shell("exec groff -man -Tutf8 -ww " CORVANE_SOURCE_DIR "/" + GetParam());
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.errors, "");
   EXPECT_NE(ended.output, "");
 }
 
+// A hyphen at the end of a line would look like a part of the option or path that it is in.
+TEST_P(ManualPages, breakNoWord) {
+  if (!isThere("command -v groff && groff -man")) {
+    GTEST_SKIP() << "there is no groff with the macros for manual pages";
+  }
+  for (const char* const width : {"50n", "61n", "72n", "78n"}) {
+    const auto ended = shell("exec groff -man -Tutf8 -P-c -rLL=" + std::string(width) +
+                             " " CORVANE_SOURCE_DIR "/" + GetParam());
+    EXPECT_EQ(ended.output.find("\u2010\n"), std::string::npos) << ended.output;
+  }
+}
+
 TEST_P(ManualPages, haveNothingThatMandocWarnsOf) {
-  const auto there = CorvaneTests::run("/bin/sh", {.arguments = {"-c", "command -v mandoc"}});
-  if (there.status != 0) GTEST_SKIP() << "there is no mandoc";
-  const auto ended = CorvaneTests::run(
-      "/bin/sh",
-      {.arguments = {"-c", "exec mandoc -T lint -W warning " CORVANE_SOURCE_DIR "/" + GetParam()}});
+  if (!isThere("command -v mandoc")) GTEST_SKIP() << "there is no mandoc";
+  const auto ended = shell("exec mandoc -T lint -W warning " CORVANE_SOURCE_DIR "/" + GetParam());
+  EXPECT_EQ(ended.output + ended.errors, "");
   EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.output, "");
+}
+
+TEST(ManualPageOfTheProtocol, isWrittenFromTheProtocolsDescription) {
+  const auto ended = shell("exec " CORVANE_SOURCE_DIR "/Scripts/manual");
+  EXPECT_EQ(ended.errors, "");
+  EXPECT_TRUE(ended.output == CorvaneTests::page(protocol))
+      << "Run Scripts/manual > Documentation/corvane-control.7";
+}
+
+TEST(ManualPageOfTheProtocol, hasEveryFieldAndMessage) {
+  const std::string text = source(protocol);
+  const auto blocks =
+      CorvaneTests::Markdown(CorvaneTests::page("Documentation/protocol.md")).blocks;
+  EXPECT_EQ(std::ranges::count(CorvaneTests::linesOf(text), ".nf"),
+            static_cast<std::ptrdiff_t>(blocks.size()));
+  for (const auto& entry : wireNames(ControlRequest::Command{})) {
+    EXPECT_NE(text.find("\"command\":\"" + std::string(entry.name) + "\""), std::string::npos);
+  }
+  const auto expectFields = [&](const auto& fields) {
+    std::apply(
+        [&](const auto&... field) {
+          for (const std::string_view key : {field.key...}) {
+            EXPECT_NE(text.find(".TP\n\\fB" + std::string(key) + "\\fP\n"), std::string::npos)
+                << key;
+          }
+        },
+        fields);
+  };
+  expectFields(ControlRequest::fields);
+  expectFields(ControlResponse::fields);
+  expectFields(WorkspaceSummary::fields);
+  expectFields(Attention::fields);
+  expectFields(AgentPermission::fields);
 }
 
 constexpr auto named = [](const auto& info) {
-  return std::string(info.param == command ? "corvanectl" : "headless");
+  return std::string(info.param == command    ? "corvanectl"
+                     : info.param == headless ? "headless"
+                                              : "protocol");
 };
-INSTANTIATE_TEST_SUITE_P(, ManualPages, testing::Values(command, headless), named);
+INSTANTIATE_TEST_SUITE_P(, ManualPages, testing::Values(command, headless, protocol), named);
 
 }  // namespace
 }  // namespace CorvaneControl
