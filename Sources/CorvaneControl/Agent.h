@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "CorvaneControl/Record.h"
@@ -12,12 +13,18 @@ namespace CorvaneControl {
 /// a new one breaks the build wherever somebody has to think about it.
 enum class Agent : std::uint8_t { claude, codex, cursor };
 
-inline constexpr std::array allAgents = {Agent::claude, Agent::codex, Agent::cursor};
-
 /// Their names, as `--agent`, the control socket and the hook entries write them.
 constexpr auto wireNames(Agent) {
   return std::array{WireName{Agent::claude, "claude"}, WireName{Agent::codex, "codex"},
                     WireName{Agent::cursor, "cursor"}};
 }
+
+/// All that have a name, in the order of the names.
+inline constexpr auto allAgents = [] {
+  constexpr auto names = wireNames(Agent{});
+  std::array<Agent, names.size()> agents{};
+  for (std::size_t index = 0; index < names.size(); ++index) agents[index] = names[index].value;
+  return agents;
+}();
 
 }  // namespace CorvaneControl
