@@ -51,8 +51,7 @@ class MessageLines {
   explicit MessageLines(std::string_view text) : rest_(text) {}
 
   std::optional<std::string_view> next() {
-    while (const auto line = Text::firstLine(rest_)) {
-      rest_.remove_prefix(static_cast<std::size_t>(line->data() + line->size() - rest_.data()));
+    while (const auto line = Text::nextLine(rest_)) {
       const std::string_view trimmed = Text::trimmed(*line);
       if (!trimmed.empty() && !trimmed.starts_with("```") && !trimmed.starts_with("~~~")) {
         return trimmed;
@@ -75,6 +74,7 @@ struct JoinedMessage {
 /// Takes lines until the text has `limit` bytes.
 JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
   JoinedMessage joined;
+  joined.text.reserve(std::min(message.size(), previewBytes));
   std::optional<std::string_view> firstLine;
   bool hasText = false;
   const auto append = [&joined, limit](std::string_view line) {

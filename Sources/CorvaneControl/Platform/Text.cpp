@@ -173,17 +173,6 @@ std::size_t bytesBeforeLineBreak(std::string_view text) {
   return position;
 }
 
-/// Takes the next piece that is not empty off the front of `text`.
-std::optional<std::string_view> nextLine(std::string_view& text) {
-  while (!text.empty()) {
-    const std::string_view piece = text.substr(0, bytesBeforeLineBreak(text));
-    text.remove_prefix(piece.size());
-    if (!text.empty()) text.remove_prefix(lineBreak(text));
-    if (!piece.empty()) return piece;
-  }
-  return std::nullopt;
-}
-
 /// A mapping of one scalar to several: none in Unicode gives more than four.
 struct Mapped {
   utf8proc_int32_t scalars[4]{};
@@ -341,10 +330,21 @@ std::vector<std::string_view> lines(std::string_view text) {
 
 std::optional<std::string_view> firstLine(std::string_view text) { return nextLine(text); }
 
+std::optional<std::string_view> nextLine(std::string_view& text) {
+  while (!text.empty()) {
+    const std::string_view piece = text.substr(0, bytesBeforeLineBreak(text));
+    text.remove_prefix(piece.size());
+    if (!text.empty()) text.remove_prefix(lineBreak(text));
+    if (!piece.empty()) return piece;
+  }
+  return std::nullopt;
+}
+
 bool hasLineBreak(std::string_view text) { return bytesBeforeLineBreak(text) < text.size(); }
 
 std::string collapsed(std::string_view text, std::size_t limit) {
   std::string result;
+  result.reserve(std::min(text.size(), limit) + 1);
   bool pieceEnded = false;
   // No text has more characters than bytes. Counting again only after the result has doubled keeps
   // this linear even where a single character is megabytes long.

@@ -40,6 +40,8 @@ bool isBlank(std::string_view text);
 std::vector<std::string_view> lines(std::string_view text);
 /// The first piece that `lines` would give; absent when there is none.
 std::optional<std::string_view> firstLine(std::string_view text);
+/// The same, and takes it off the front of `text` with all before it and the line break behind it.
+std::optional<std::string_view> nextLine(std::string_view& text);
 /// Whether a line break is in it.
 bool hasLineBreak(std::string_view text);
 /// The pieces between runs of Unicode White_Space joined with single spaces, nothing at the ends.

@@ -464,6 +464,10 @@ TEST_P(TextLines, areThePiecesBetweenLineBreaks) {
   EXPECT_EQ(Text::lines(text), lines);
   EXPECT_EQ(Text::firstLine(text),
             lines.empty() ? std::nullopt : std::optional<std::string_view>(lines.front()));
+  std::string_view rest = text;
+  for (const std::string_view line : lines) EXPECT_EQ(Text::nextLine(rest), line);
+  EXPECT_EQ(Text::nextLine(rest), std::nullopt);
+  EXPECT_EQ(rest, "");
   EXPECT_EQ(Text::hasLineBreak(text), hasLineBreak);
 }
 INSTANTIATE_TEST_SUITE_P(Text, TextLines, testing::ValuesIn(linesCases), named);
