@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "CorvaneControl/Agent.h"
 #include "CorvaneControl/ControlCommandLine.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "Documentation/Pages.h"
@@ -96,6 +97,14 @@ TEST(ManualPage, beginsWithASynopsisOfEveryCommand) {
 TEST(ManualPage, describesEveryOption) {
   EXPECT_EQ(asSet(firstWords(entries(command, "OPTIONS"))),
             CorvaneTests::optionsIn(ControlCommandLine::usage));
+}
+
+TEST(ManualPage, namesEveryAgentAsTheProtocolDoes) {
+  for (const std::string& path : {command, headless, std::string("Documentation/protocol.md")}) {
+    for (const Agent agent : allAgents) {
+      EXPECT_NE(source(path).find(wireName(agent)), std::string::npos) << path << wireName(agent);
+    }
+  }
 }
 
 // Beside the options of the usage, only words that stand for a whole command by themselves, and the
