@@ -40,13 +40,20 @@ enum class State : std::uint8_t {
 
 /// Why settings can't be edited.
 struct Problem {
-  /// Where the text is no JSON (the first line is 1); absent when it is, but not of the shape that
-  /// settings have: a root, "hooks" or matcher group that is no object, an event that is no array,
-  /// for Cursor a handler that is no object.
-  std::optional<std::int64_t> line{};
+  enum class Kind : std::uint8_t {
+    syntax,  ///< The text is no JSON.
+    /// It is, but not of the shape that settings have: a root, "hooks" or matcher group that is no
+    /// object, an event that is no array, for Cursor a handler that is no object.
+    shape,
+    /// The path of the tool is no UTF-8, so that no JSON can hold it. Nothing is said of the text.
+    toolPath,
+  };
+  Kind kind{};
+  std::optional<std::int64_t> line{};  ///< Of the syntax error; the first line is 1.
 
-  static Problem syntax(std::int64_t line) { return {line}; }
-  static Problem shape() { return {}; }
+  static Problem syntax(std::int64_t line) { return {.kind = Kind::syntax, .line = line}; }
+  static Problem shape() { return {.kind = Kind::shape}; }
+  static Problem toolPath() { return {.kind = Kind::toolPath}; }
   bool operator==(const Problem&) const = default;
 };
 
@@ -57,7 +64,8 @@ std::string command(Agent agent, std::string_view toolPath);
 /// A new entry for one event: a handler, and for Claude and Codex a matcher group around it.
 OrderedJSON entry(std::string_view command, Agent agent);
 
-/// Settings with nothing but the entries, to show what would be added.
+/// Settings with nothing but the entries, to show what would be added; empty when the path of the
+/// tool is no UTF-8.
 std::string snippet(Agent agent, std::string_view toolPath);
 
 /// `text` with a current entry at every event of the agent, and at no other. The first entry that
@@ -94,7 +102,7 @@ struct AgentHookFile {
   /// What adding or removing did.
   struct Change {
     bool written = false;  ///< Whether the text changed at all; a file is only written if it did.
-    std::string path{};    ///< The file, symbolic links to it resolved.
+    std::string path{};    ///< The file, symbolic links and ".." resolved.
     std::optional<std::string> backup{};  ///< Where the text before is; absent without one.
   };
 
@@ -104,18 +112,47 @@ struct AgentHookFile {
   std::string url() const;
   /// The same for messages: "~/.claude/settings.json".
   std::string displayPath() const;
-  /// Whether the agent is on this machine: it has its folder in the home folder.
+  /// Whether the agent is on this machine: it has its folder in the home folder. It has none where
+  /// "no such file" or "not a folder" is on the way; whatever else keeps one from looking is a
+  /// failure.
+  Result<bool, Failure> isHere(Files::Calls& calls = Files::systemCalls()) const;
+  /// The same without the reason: false also when it can't be told.
   bool isSetUp() const;
 
   /// A file that is missing has no entries.
   Result<AgentHooks::State, Failure> state(std::string_view toolPath,
                                            Files::Calls& calls = Files::systemCalls()) const;
 
-  /// Adds or removes the entries as AgentHooks does; a missing file is an empty text, so that even
-  /// `remove` makes one. The folder has to exist.
+  /// A change that is worked out, and written only by `write`: time to look at other files first.
+  class Draft {
+   public:
+    Draft(Files::Edit edit, bool hadEntries, std::string after);
+
+    /// Whether the file holds entries of this program, current ones or not.
+    bool hadEntries() const { return hadEntries_; }
+    /// Whether the file is to hold another text than it does.
+    bool changesText() const { return after_ != edit_.before(); }
+    /// Writes what has been worked out; nothing when that is what the file holds. To be called
+    /// once.
+    Result<Change, Failure> write();
+
+   private:
+    Files::Edit edit_;
+    bool hadEntries_;
+    std::string after_;
+  };
+
+  /// What adding or removing the entries comes to, as AgentHooks does it; a missing file is an
+  /// empty text, so that even removing makes one. The folder has to exist. The file is read here
+  /// and, when it is written, looked at once more (see Files::Edit).
   ///
-  /// The file is replaced whole (see Files::Edit), its old text kept beside it in a backup: its
-  /// name and ".corvane-backup", overwritten at every change.
+  /// The file is replaced whole, its old text kept beside it in a backup: its name and
+  /// ".corvane-backup", overwritten at every change.
+  Result<Draft, Failure> adding(std::string_view toolPath,
+                                Files::Calls& calls = Files::systemCalls()) const;
+  Result<Draft, Failure> removing(Files::Calls& calls = Files::systemCalls()) const;
+
+  /// The same, written at once.
   Result<Change, Failure> add(std::string_view toolPath,
                               Files::Calls& calls = Files::systemCalls()) const;
   Result<Change, Failure> remove(Files::Calls& calls = Files::systemCalls()) const;

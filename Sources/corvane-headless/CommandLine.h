@@ -54,8 +54,8 @@ struct Usage {
 
 using Parsed = std::variant<Serve, Hooks, Help, Version, Usage>;
 
-/// Never fails. `parse({"--frob"})` is `Usage{"There is no option --frob."}`. The words are valid
-/// UTF-8.
+/// Never fails. `parse({"--frob"})` is `Usage{"There is no option --frob."}`. The words are any
+/// bytes, and paths come back as they are; a usage message is UTF-8.
 Parsed parse(const std::vector<std::string>& words);
 
 /// What `--help` prints, line feed included.

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/AgentHooks.h"
+#include "CorvaneControl/Platform/Text.h"
 #include "CorvaneControl/Result.h"
 #include "corvane-headless/Visible.h"
 
@@ -18,7 +19,9 @@ namespace CorvaneControl::Headless {
 namespace {
 
 using Action = CommandLine::Hooks::Action;
-using Found = Result<AgentHooks::State, AgentHookFile::Failure>;
+using Draft = AgentHookFile::Draft;
+using Failure = AgentHookFile::Failure;
+using Problem = AgentHooks::Problem;
 
 std::string_view text(AgentHooks::State state) {
   switch (state) {
@@ -32,19 +35,36 @@ std::string_view text(AgentHooks::State state) {
   return {};
 }
 
-/// "~/.claude/settings.json:3: not JSON"
-std::string describe(const AgentHookFile& file, const AgentHookFile::Failure& failure) {
-  const std::string name = file.displayPath();
-  if (failure.file) return name + ": " + visible(failure.file->description());
-  if (failure.problem && failure.problem->line) {
-    return name + ":" + std::to_string(*failure.problem->line) + ": not JSON";
-  }
-  return name + ": JSON, but not of the shape that hooks are kept in";
+/// A path in the agent's folder as "~/.claude/settings.json", any other as it is.
+std::string shown(const AgentHookFile& file, const std::string& path) {
+  const std::string folder = file.folder();
+  const bool isInside = path == folder || path.starts_with(folder + "/");
+  return isInside ? "~/" + AgentHooks::folder(file.agent) + visible(path.substr(folder.size()))
+                  : visible(path);
 }
 
+/// "~/.claude/settings.json:3: not JSON"
+std::string describe(const AgentHookFile& file, const Problem& problem) {
+  const std::string name = file.displayPath();
+  switch (problem.kind) {
+    case Problem::Kind::syntax:
+      return name + ":" + std::to_string(problem.line.value_or(1)) + ": not JSON";
+    case Problem::Kind::shape:
+      return name + ": JSON, but not of the shape that hooks are kept in";
+    case Problem::Kind::toolPath:
+      return name + ": the tool's path is not UTF-8, so it can't be written there";
+  }
+  return {};
+}
+std::string describe(const AgentHookFile& file, const Failure& failure) {
+  if (failure.problem) return describe(file, *failure.problem);
+  return shown(file, failure.file->path) + ": " + visible(failure.file->description());
+}
+
+using Row = std::array<std::string, 4>;
 /// Columns as wide as their widest cell; the texts are ASCII.
-std::string table(const std::vector<std::array<std::string, 4>>& rows) {
-  std::array<std::size_t, 4> widths{};
+std::string table(const std::vector<Row>& rows) {
+  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
   for (const auto& row : rows) {
     for (std::size_t column = 0; column < row.size(); ++column) {
       widths[column] = std::max(widths[column], row[column].size());
@@ -62,9 +82,11 @@ std::string table(const std::vector<std::array<std::string, 4>>& rows) {
 
 class HooksCommand {
  public:
-  HooksCommand(const CommandLine::Hooks& options, const std::string& home, const std::string& tool)
-      : options_(options), tool_(tool) {
-    const auto add = [&](Agent agent) { files_.push_back({.agent = agent, .home = home}); };
+  HooksCommand(const CommandLine::Hooks& options, const std::string& home, const std::string& tool,
+               Files::Calls& calls)
+      : options_(options), tool_(tool), calls_(calls) {
+    const std::string real = Files::resolvedFolder(home, calls);
+    const auto add = [&](Agent agent) { files_.push_back({.agent = agent, .home = real}); };
     if (options.agents.empty()) {
       std::ranges::for_each(allAgents, add);
     } else {
@@ -75,16 +97,16 @@ class HooksCommand {
   HooksReport run() {
     switch (options_.action) {
       case Action::status:
-        status();
+        if (toolCanBeWritten()) status();
         break;
       case Action::show:
-        show();
+        if (toolCanBeWritten()) show();
         break;
       case Action::add:
-        if (canBeAdded() && allAreUnderstood()) add();
+        if (toolCanBeWritten() && toolIsRecognised()) add();
         break;
       case Action::remove:
-        if (allAreUnderstood()) remove();
+        remove();
         break;
     }
     return std::move(report_);
@@ -99,27 +121,14 @@ class HooksCommand {
     report_.hasProblem = true;
   }
 
-  void status() {
-    std::vector<std::array<std::string, 4>> rows{{"AGENT", "HERE", "FILE", "HOOKS"}};
-    for (const AgentHookFile& file : files_) {
-      const Found state = file.state(tool_);
-      if (!state) complain(describe(file, state.failure()));
-      rows.push_back({std::string(wireName(file.agent)), file.isSetUp() ? "yes" : "no",
-                      file.displayPath(), std::string(state ? text(*state) : "unknown")});
-    }
-    report_.output = table(rows);
-  }
-
-  void show() {
-    for (const AgentHookFile& file : files_) {
-      // A single snippet is printed alone, so that it can be redirected into a file.
-      if (files_.size() > 1) report_.output.append(file.displayPath()).append(":\n");
-      report_.output.append(AgentHooks::snippet(file.agent, tool_));
-    }
+  bool toolCanBeWritten() {
+    if (Text::isUTF8(tool_)) return true;
+    complain("the tool's path is not UTF-8, so no hook can name it: " + visible(tool_));
+    return false;
   }
 
   /// Whether the hooks can be told from the user's own afterwards.
-  bool canBeAdded() {
+  bool toolIsRecognised() {
     if (tool_.find("corvanectl") == std::string::npos) {
       complain(
           "the tool's path has no \"corvanectl\" in it, so its hooks could not be recognised "
@@ -133,54 +142,99 @@ class HooksCommand {
     return true;
   }
 
-  bool allAreUnderstood() {
-    for (const AgentHookFile& file : files_) {
-      if (!file.isSetUp()) continue;
-      const Found state = file.state(tool_);
-      if (!state) complain(describe(file, state.failure()) + "; nothing is changed");
-    }
-    return !report_.hasProblem;
+  void status() {
+    std::vector<Row> rows{{"AGENT", "HERE", "FILE", "HOOKS"}};
+    for (const AgentHookFile& file : files_) rows.push_back(row(file));
+    report_.output = table(rows);
   }
 
-  bool isHere(const AgentHookFile& file) {
-    if (!file.isSetUp()) {
-      say(file,
-          "not on this machine (there is no ~/" + AgentHooks::folder(file.agent) + "), skipped");
+  Row row(const AgentHookFile& file) {
+    Row row{std::string(wireName(file.agent)), "unknown", file.displayPath(), "unknown"};
+    const auto here = file.isHere(calls_);
+    if (!here) {
+      complain(describe(file, here.failure()));
+      return row;
     }
-    return file.isSetUp();
+    row[1] = *here ? "yes" : "no";
+    const auto state = file.state(tool_, calls_);
+    if (state) {
+      row[3] = text(*state);
+    } else {
+      complain(describe(file, state.failure()));
+    }
+    return row;
+  }
+
+  void show() {
+    for (const AgentHookFile& file : files_) {
+      // A single snippet is printed alone, so that it can be redirected into a file.
+      if (files_.size() > 1) report_.output.append(file.displayPath()).append(":\n");
+      report_.output.append(AgentHooks::snippet(file.agent, tool_));
+    }
   }
 
   void add() {
-    for (const AgentHookFile& file : files_) {
-      if (!isHere(file)) continue;
-      const Found state = file.state(tool_);
-      const bool wasOutdated = state && *state == AgentHooks::State::outdated;
-      const auto change = file.add(tool_);
-      if (!change) {
-        complain(describe(file, change.failure()) + "; it is left as it was");
-      } else if (!change->written) {
-        say(file, "the hooks are in " + file.displayPath() + " already");
+    change([&](const AgentHookFile& file) { return file.adding(tool_, calls_); },
+           [&](const AgentHookFile& file, Draft& draft) {
+             if (!draft.changesText()) {
+               say(file, "the hooks are in " + file.displayPath() + " already");
+             } else {
+               write(file, draft, draft.hadEntries() ? "hooks updated in " : "hooks added to ");
+             }
+           });
+  }
+
+  void remove() {
+    change([&](const AgentHookFile& file) { return file.removing(calls_); },
+           [&](const AgentHookFile& file, Draft& draft) {
+             // Removing nothing would still lay out the text anew, or make a file.
+             if (!draft.hadEntries()) {
+               say(file, "there are no hooks in " + file.displayPath());
+             } else {
+               write(file, draft, "hooks removed from ");
+             }
+           });
+  }
+
+  /// Works out the change of every file that is here before the first is written; when one of them
+  /// can't be understood, none is.
+  template <class MakeDraft, class Finish>
+  void change(MakeDraft makeDraft, Finish finish) {
+    std::vector<std::optional<Draft>> drafts;
+    for (const AgentHookFile& file : files_) drafts.push_back(drafted(file, makeDraft));
+    if (report_.hasProblem) return;
+    for (std::size_t index = 0; index < files_.size(); ++index) {
+      const AgentHookFile& file = files_[index];
+      if (drafts[index]) {
+        finish(file, *drafts[index]);
       } else {
-        say(file, (wasOutdated ? "hooks updated in " : "hooks added to ") + where(file, *change));
+        say(file,
+            "not on this machine (there is no ~/" + AgentHooks::folder(file.agent) + "), skipped");
       }
     }
   }
 
-  void remove() {
-    for (const AgentHookFile& file : files_) {
-      if (!isHere(file)) continue;
-      const Found state = file.state(tool_);
-      // Removing nothing would still lay out the text anew, or make a file.
-      if (state && *state == AgentHooks::State::absent) {
-        say(file, "there are no hooks in " + file.displayPath());
-        continue;
-      }
-      const auto change = file.remove();
-      if (!change) {
-        complain(describe(file, change.failure()) + "; it is left as it was");
-      } else {
-        say(file, "hooks removed from " + where(file, *change));
-      }
+  /// Absent when the agent isn't here, and after a complaint.
+  template <class MakeDraft>
+  std::optional<Draft> drafted(const AgentHookFile& file, MakeDraft makeDraft) {
+    const auto refuse = [&](const Failure& failure) {
+      complain(describe(file, failure) + "; nothing is changed");
+      return std::nullopt;
+    };
+    const auto here = file.isHere(calls_);
+    if (!here) return refuse(here.failure());
+    if (!*here) return std::nullopt;
+    Result<Draft, Failure> draft = makeDraft(file);
+    if (!draft) return refuse(draft.failure());
+    return *std::move(draft);
+  }
+
+  void write(const AgentHookFile& file, Draft& draft, const std::string& done) {
+    const auto change = draft.write();
+    if (change) {
+      say(file, done + where(file, *change));
+    } else {
+      complain(describe(file, change.failure()) + "; " + file.displayPath() + " is left as it was");
     }
   }
 
@@ -194,6 +248,7 @@ class HooksCommand {
 
   const CommandLine::Hooks& options_;
   const std::string& tool_;
+  Files::Calls& calls_;
   std::vector<AgentHookFile> files_{};
   HooksReport report_{};
 };
@@ -201,8 +256,8 @@ class HooksCommand {
 }  // namespace
 
 HooksReport lookAfterHooks(const CommandLine::Hooks& options, const std::string& home,
-                           const std::string& tool) {
-  return HooksCommand(options, home, tool).run();
+                           const std::string& tool, Files::Calls& calls) {
+  return HooksCommand(options, home, tool, calls).run();
 }
 
 }  // namespace CorvaneControl::Headless

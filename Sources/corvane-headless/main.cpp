@@ -16,7 +16,6 @@
 
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/System.h"
-#include "CorvaneControl/Platform/Text.h"
 #include "corvane-headless/CommandLine.h"
 #include "corvane-headless/Console.h"
 #include "corvane-headless/EndSignals.h"
@@ -177,9 +176,6 @@ int act(const CommandLine::Parsed& parsed) {
 
 int main(int count, char** words) {
   occupyStandardDescriptors();
-  std::vector<std::string> arguments;
-  for (int index = 1; index < count; ++index) {
-    arguments.push_back(CorvaneControl::Text::repaired(words[index]));
-  }
-  return act(CommandLine::parse(arguments));
+  // As they are: names of files need not be UTF-8.
+  return act(CommandLine::parse({words + std::min(count, 1), words + count}));
 }

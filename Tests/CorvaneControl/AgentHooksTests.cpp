@@ -582,6 +582,24 @@ TEST_P(Problems, areTheSameWhateverIsAsked) {
 }
 INSTANTIATE_TEST_SUITE_P(AgentHooks, Problems, testing::ValuesIn(problemCases), named);
 
+TEST(AgentHooks, aToolPathThatIsNoUTF8GivesNoText) {
+  for (const Agent agent : allAgents) {
+    for (const std::string_view path :
+         {"/opt/caf\xE9/corvanectl", "/opt/\xED\xA0\x80/corvanectl"}) {
+      for (const std::string_view text : {"{}", "no JSON"}) {
+        const auto added = AgentHooks::adding(text, agent, path);
+        ASSERT_FALSE(added);
+        EXPECT_EQ(added.failure(), Problem::toolPath());
+        const auto state = AgentHooks::state(text, agent, path);
+        ASSERT_FALSE(state);
+        EXPECT_EQ(state.failure(), Problem::toolPath());
+      }
+      EXPECT_EQ(AgentHooks::snippet(agent, path), "");
+    }
+    EXPECT_TRUE(AgentHooks::adding("{}", agent, "/opt/caf\xC3\xA9/corvanectl"));
+  }
+}
+
 // Properties
 
 /// Settings as users may have them, entries of this program in them or not.
@@ -802,6 +820,46 @@ TEST(AgentHookFile, anAgentIsSetUpWhenItHasAFolder) {
   EXPECT_TRUE(file.isSetUp());
 }
 
+TEST(AgentHookFile, whatKeepsFromLookingForTheAgentIsAFailure) {
+  const Home home;
+  const AgentHookFile file = home.file(Agent::claude);
+  const auto here = file.isHere();
+  ASSERT_TRUE(here);
+  EXPECT_TRUE(*here);
+  ScriptedCalls calls;
+  calls.before = [](std::string_view call) { return call == "stat" ? EACCES : 0; };
+  const auto denied = file.isHere(calls);
+  ASSERT_FALSE(denied);
+  ASSERT_TRUE(denied.failure().file);
+  EXPECT_EQ(denied.failure().file->description(), "stat: Permission denied");
+  EXPECT_EQ(denied.failure().file->path, home.folder.path(".claude"));
+}
+
+TEST(AgentHookFile, aDraftTellsWhatItIsAboutAndWritesNothingByItself) {
+  const Home home;
+  const AgentHookFile file = home.file(Agent::claude);
+  home.folder.write(".claude/settings.json", "{}\n");
+  auto draft = file.adding(tool);
+  ASSERT_TRUE(draft);
+  EXPECT_FALSE(draft->hadEntries());
+  EXPECT_TRUE(draft->changesText());
+  EXPECT_EQ(home.folder.read(".claude/settings.json"), "{}\n");
+  ASSERT_TRUE(draft->write());
+  EXPECT_EQ(home.folder.read(".claude/settings.json"), claudeFile);
+
+  const auto again = file.adding(tool);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(again->hadEntries());
+  EXPECT_FALSE(again->changesText());
+  const auto other = file.adding("/other/corvanectl");
+  ASSERT_TRUE(other);
+  EXPECT_TRUE(other->hadEntries());
+  EXPECT_TRUE(other->changesText());
+  const auto removal = file.removing();
+  ASSERT_TRUE(removal);
+  EXPECT_TRUE(removal->hadEntries());
+}
+
 TEST(AgentHookFile, aMissingFileIsMadeForItsOwnerAlone) {
   const Home home;
   const auto change = home.file(Agent::claude).add(tool);
@@ -844,6 +902,49 @@ TEST(AgentHookFile, aMissingFolderHasNoEntriesAndTakesNone) {
   EXPECT_EQ(change.failure().file->code, ENOENT);
   EXPECT_EQ(change.failure().file->path, folder.path(".codex"));
   EXPECT_FALSE(folder.holds(".codex"));
+}
+
+TEST(AgentHookFile, aToolPathThatIsNoUTF8WritesNothing) {
+  const Home home;
+  const auto change = home.file(Agent::claude).add("/opt/caf\xE9/corvanectl");
+  ASSERT_FALSE(change);
+  EXPECT_EQ(change.failure().problem, Problem::toolPath());
+  const auto state = home.file(Agent::claude).state("/opt/caf\xE9/corvanectl");
+  ASSERT_FALSE(state);
+  EXPECT_EQ(state.failure().problem, Problem::toolPath());
+  EXPECT_EQ(home.namesIn(".claude"), std::set<std::string>{});
+}
+
+TEST(AgentHookFile, aFolderThatIsAFileHasNoEntriesAndTakesNone) {
+  const TemporaryFolder folder;
+  folder.write(".codex", "");
+  const AgentHookFile file{.agent = Agent::codex, .home = folder.path()};
+  const auto state = file.state(tool);
+  ASSERT_TRUE(state);
+  EXPECT_EQ(*state, State::absent);
+  const auto change = file.add(tool);
+  ASSERT_FALSE(change);
+  ASSERT_TRUE(change.failure().file);
+  EXPECT_EQ(change.failure().file->code, ENOTDIR);
+  EXPECT_EQ(change.failure().file->path, folder.path(".codex"));
+}
+
+TEST(AgentHookFile, twoAddsAtOnceBothSucceed) {
+  const Home home;
+  home.folder.write(".claude/settings.json", "{}");
+  ScriptedCalls calls;
+  bool isSecond = true;
+  calls.before = [&](std::string_view call) {
+    if (call == "write" && std::exchange(isSecond, false)) {
+      EXPECT_TRUE(home.file(Agent::claude).add(tool));
+    }
+    return 0;
+  };
+  const auto change = home.file(Agent::claude).add(tool, calls);
+  ASSERT_TRUE(change) << change.failure().file->description();
+  EXPECT_TRUE(change->written);
+  EXPECT_EQ(home.folder.read(".claude/settings.json"), added("{}", Agent::claude));
+  EXPECT_EQ(home.folder.read(".claude/settings.json.corvane-backup"), "{}");
 }
 
 TEST(AgentHookFile, addingAgainWritesNothing) {

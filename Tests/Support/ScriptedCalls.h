@@ -52,6 +52,16 @@ class ScriptedCalls : public CorvaneControl::Files::Calls {
     if (result == 0 && claimedSize) status.st_size = *claimedSize;
     return result;
   }
+  int pathStatus(const char* path, struct stat& status) override {
+    return scripted("stat", [&] { return Calls::pathStatus(path, status); });
+  }
+  char* realPath(const char* path) override {
+    if (const int code = before("realpath")) {
+      errno = code;
+      return nullptr;
+    }
+    return Calls::realPath(path);
+  }
   ssize_t readLink(const char* path, char* target, std::size_t size) override {
     return scripted("readlink", [&] { return Calls::readLink(path, target, size); });
   }
@@ -66,8 +76,10 @@ class ScriptedCalls : public CorvaneControl::Files::Calls {
   int setOwner(int descriptor, uid_t owner, gid_t group) override {
     return scripted("fchown", [&] { return Calls::setOwner(descriptor, owner, group); });
   }
-  int copyAttributes(int from, int to) override {
-    return scripted("setting attributes", [&] { return Calls::copyAttributes(from, to); });
+  int copyAttributes(int from, int to, CorvaneControl::System::Group group,
+                     mode_t& permissions) override {
+    return scripted("setting attributes",
+                    [&] { return Calls::copyAttributes(from, to, group, permissions); });
   }
   int setPermissions(int descriptor, mode_t permissions) override {
     return scripted("fchmod", [&] { return Calls::setPermissions(descriptor, permissions); });

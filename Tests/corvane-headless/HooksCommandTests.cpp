@@ -1,15 +1,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <grp.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "CorvaneControl/AgentHooks.h"
 #include "Support/ChildProcess.h"
+#include "Support/ScriptedCalls.h"
 #include "Support/TemporaryFolder.h"
+#include "corvane-headless/HooksCommand.h"
 
 namespace CorvaneTests {
 namespace {
@@ -128,6 +137,294 @@ TEST(HooksCommand, changesTheFileBehindASymbolicLink) {
   struct stat status {};
   ASSERT_EQ(::lstat(home.folder.path(claudeSettings).c_str(), &status), 0);
   EXPECT_TRUE(S_ISLNK(status.st_mode));
+}
+
+TEST(HooksCommand, showsResolvedPaths) {
+  Home home({".claude"});
+  const std::string real = home.folder.write("dotfiles/claude.json", ownSettings);
+  ASSERT_EQ(
+      ::symlink("../dotfiles/../dotfiles/./claude.json", home.folder.path(claudeSettings).c_str()),
+      0);
+  EXPECT_EQ(home.hooks({"add", "claude"}).output,
+            "claude: hooks added to ~/.claude/settings.json, which is " + real +
+                " (as it was before: " + real + ".corvane-backup)\n");
+}
+
+TEST(HooksCommand, aHomeBehindALinkIsNoNews) {
+  Home home({".codex"});
+  ASSERT_EQ(::symlink(".", home.folder.path("home").c_str()), 0);
+  const Ended ended =
+      run(CORVANE_HEADLESS, {.arguments = {"hooks", "add", "codex", "--tool", home.tool(), "--home",
+                                           home.folder.path("home/./home/")}});
+  EXPECT_EQ(ended.output, "codex: hooks added to ~/.codex/hooks.json (a new file)\n");
+}
+
+struct ToolCase {
+  const char* name;
+  std::string tool;
+  std::string shown;
+};
+const ToolCase toolCases[] = {
+    {"LatinOne", "/opt/caf\xE9/corvanectl", "/opt/caf\xEF\xBF\xBD/corvanectl"},
+    {"aLoneSurrogate", "/opt/\xED\xA0\x80/corvanectl",
+     "/opt/\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD/corvanectl"},
+};
+class HooksToolThatIsNoUTF8 : public testing::TestWithParam<ToolCase> {};
+TEST_P(HooksToolThatIsNoUTF8, isRefusedBeforeAnythingIsWritten) {
+  const Home home;
+  for (const char* const action : {"add", "status", "show"}) {
+    const Ended ended = run(
+        CORVANE_HEADLESS,
+        {.arguments = {"hooks", action, "--tool", GetParam().tool, "--home", home.folder.path()}});
+    EXPECT_EQ(ended.status, 1) << action;
+    EXPECT_EQ(ended.output, "") << action;
+    EXPECT_EQ(ended.errors,
+              "corvane-headless: the tool's path is not UTF-8, so no hook can name it: " +
+                  GetParam().shown + "\n");
+  }
+  EXPECT_FALSE(home.folder.holds(claudeSettings));
+  EXPECT_FALSE(home.folder.holds(".codex/hooks.json"));
+}
+INSTANTIATE_TEST_SUITE_P(Headless, HooksToolThatIsNoUTF8, testing::ValuesIn(toolCases),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(HooksCommand, theToolBesideItselfMayBeNoUTF8) {
+  Home home({".claude"});
+  const std::string folder = home.folder.path("caf\xE9");
+  if (::mkdir(folder.c_str(), 0700) != 0) GTEST_SKIP() << "no such names in this file system";
+  std::filesystem::copy_file(CORVANE_HEADLESS, folder + "/corvane-headless");
+  const auto hooks = [&](const std::string& action) {
+    return run(folder + "/corvane-headless",
+               {.arguments = {"hooks", action, "claude", "--home", home.folder.path()}});
+  };
+  const Ended added = hooks("add");
+  EXPECT_EQ(added.status, 1);
+  EXPECT_EQ(added.errors,
+            "corvane-headless: the tool's path is not UTF-8, so no hook can name it: " +
+                home.folder.path("caf\xEF\xBF\xBD/corvanectl") + "\n");
+  EXPECT_FALSE(home.folder.holds(claudeSettings));
+  ASSERT_EQ(home.hooks({"add", "claude"}).status, 0);
+  EXPECT_EQ(hooks("remove").status, 0) << "names no tool";
+}
+
+TEST(HooksCommand, aHomeThatIsNoUTF8IsLookedInto) {
+  const Home home;
+  const std::string folder = home.folder.path("caf\xE9");
+  if (::mkdir(folder.c_str(), 0700) != 0) GTEST_SKIP() << "no such names in this file system";
+  ::mkdir((folder + "/.codex").c_str(), 0700);
+  const Ended ended =
+      run(CORVANE_HEADLESS,
+          {.arguments = {"hooks", "add", "codex", "--tool", home.tool(), "--home=" + folder}});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(std::filesystem::exists(folder + "/.codex/hooks.json"));
+}
+
+TEST(HooksCommand, anAgentsFolderThatIsAFileIsNoAgent) {
+  Home home({".codex"});
+  home.folder.write(".claude", "");
+  const Ended status = home.hooks({"status", "claude"});
+  EXPECT_EQ(status.status, 0);
+  EXPECT_EQ(status.errors, "");
+  EXPECT_EQ(status.output,
+            "AGENT   HERE  FILE                     HOOKS\n"
+            "claude  no    ~/.claude/settings.json  absent\n");
+  const Ended added = home.hooks({"add", "claude", "codex"});
+  EXPECT_EQ(added.status, 0);
+  EXPECT_EQ(added.output,
+            "claude: not on this machine (there is no ~/.claude), skipped\n"
+            "codex: hooks added to ~/.codex/hooks.json (a new file)\n");
+}
+
+TEST(HooksCommand, tellsWhyItCannotLookForAnAgent) {
+  Home home({".codex"});
+  ASSERT_EQ(::symlink(".claude", home.folder.path(".claude").c_str()), 0);
+  const std::string problem =
+      "corvane-headless: ~/.claude: stat: Too many levels of symbolic links";
+  const Ended status = home.hooks({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_EQ(status.errors, problem + "\n");
+  EXPECT_EQ(status.output,
+            "AGENT   HERE     FILE                     HOOKS\n"
+            "claude  unknown  ~/.claude/settings.json  unknown\n"
+            "codex   yes      ~/.codex/hooks.json      absent\n"
+            "cursor  no       ~/.cursor/hooks.json     absent\n");
+  for (const char* const action : {"add", "remove"}) {
+    const Ended ended = home.hooks({action});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, problem + "; nothing is changed\n");
+    EXPECT_EQ(ended.output, "");
+  }
+  EXPECT_FALSE(home.folder.holds(".codex/hooks.json"));
+}
+
+/// In the child: becomes a user with no rights at all, when it is root.
+void becomeNobody() {
+  if (::geteuid() != 0) return;
+  const bool isNobody =
+      ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0;
+  if (!isNobody) ::_exit(127);
+}
+
+/// A home folder of a user without rights, and the program where that user can run it.
+struct NobodysHome : Home {
+  explicit NobodysHome(const std::vector<std::string>& folders) : Home(folders) {
+    std::filesystem::copy_file(CORVANE_HEADLESS, program);
+    giveAway(folder.path());
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+      giveAway(entry.path());
+    }
+  }
+
+  static void giveAway(const std::string& path) {
+    if (::geteuid() == 0) {
+      EXPECT_EQ(::lchown(path.c_str(), 65534, 65534), 0) << path;
+    }
+  }
+  Ended hooks(const std::string& action, const std::string& homeFolder) const {
+    return run(program,
+               {.arguments = {"hooks", action, "claude", "--home", homeFolder, "--tool", tool()},
+                .beforeExec = becomeNobody});
+  }
+
+  const std::string program = folder.path("bin/corvane-headless");
+};
+
+TEST(HooksCommand, namesTheFolderThatMayNotBeWritten) {
+  const NobodysHome home({".claude"});
+  ASSERT_EQ(::chmod(home.folder.path(".claude").c_str(), 0500), 0);
+  const Ended ended = home.hooks("add", home.folder.path());
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors,
+            "corvane-headless: ~/.claude: open: Permission denied; ~/.claude/settings.json is left "
+            "as it was\n");
+  EXPECT_EQ(ended.output, "");
+}
+
+TEST(HooksCommand, aHomeThatMayNotBeSearchedIsAProblem) {
+  const NobodysHome home({"home"});
+  const std::string inner = home.folder.path("home");
+  ASSERT_EQ(::chmod(inner.c_str(), 0000), 0);
+  const std::string problem = "corvane-headless: ~/.claude: stat: Permission denied";
+  const Ended status = home.hooks("status", inner);
+  EXPECT_EQ(status.status, 1);
+  EXPECT_EQ(status.errors, problem + "\n");
+  const Ended added = home.hooks("add", inner);
+  EXPECT_EQ(added.status, 1);
+  EXPECT_EQ(added.errors, problem + "; nothing is changed\n");
+}
+
+// One failure to look must not pass for "not on this machine" at one moment and be gone the next.
+TEST(HooksCommand, looksForEachAgentOnceAndReadsEachFileOnce) {
+  namespace Headless = CorvaneControl::Headless;
+  using Action = Headless::CommandLine::Hooks::Action;
+  Home home({".claude", ".codex"});
+  home.folder.write(claudeSettings, ownSettings);
+  const auto count = [&](Action action) {
+    ScriptedCalls calls;
+    std::map<std::string, int> made;
+    calls.before = [&](std::string_view call) {
+      ++made[std::string(call)];
+      return 0;
+    };
+    EXPECT_FALSE(
+        Headless::lookAfterHooks({.action = action}, home.folder.path(), home.tool(), calls)
+            .hasProblem);
+    return made;
+  };
+  auto made = count(Action::status);
+  EXPECT_EQ(made["stat"], 3);
+  EXPECT_EQ(made["fstat"], 1);
+  made = count(Action::add);
+  EXPECT_EQ(made["stat"], 3);
+  EXPECT_EQ(made["fstat"], 2) << "read, and looked at right before it is replaced";
+  made = count(Action::add);
+  EXPECT_EQ(made["fstat"], 2) << "of two files, neither of which is replaced";
+  made = count(Action::remove);
+  EXPECT_EQ(made["stat"], 3);
+  EXPECT_EQ(made["fstat"], 4);
+}
+
+TEST(HooksCommand, oneFailureToLookStopsEverything) {
+  namespace Headless = CorvaneControl::Headless;
+  const Home home;
+  ScriptedCalls calls;
+  calls.before = [looks = 0](std::string_view call) mutable {
+    return call == "stat" && ++looks == 1 ? EIO : 0;
+  };
+  const auto report =
+      Headless::lookAfterHooks({.action = Headless::CommandLine::Hooks::Action::add},
+                               home.folder.path(), home.tool(), calls);
+  EXPECT_TRUE(report.hasProblem);
+  EXPECT_EQ(report.output, "");
+  EXPECT_EQ(report.messages,
+            std::vector<std::string>{"~/.claude: stat: Input/output error; nothing is changed"});
+  EXPECT_FALSE(home.folder.holds(".codex/hooks.json"));
+}
+
+TEST(HooksCommand, twoAddsAtOnceBothSucceed) {
+  for (int round = 0; round < 20; ++round) {
+    Home home({".claude"});
+    home.folder.write(claudeSettings, ownSettings);
+    const ChildOptions options{.arguments = {"hooks", "add", "claude", "--home", home.folder.path(),
+                                             "--tool", home.tool()}};
+    ChildProcess first(CORVANE_HEADLESS, options);
+    ChildProcess second(CORVANE_HEADLESS, options);
+    for (auto* child : {&first, &second}) {
+      const Ended ended = child->wait();
+      ASSERT_EQ(ended.status, 0) << ended.errors;
+    }
+    EXPECT_EQ(home.folder.read(claudeSettings + ".corvane-backup"), ownSettings);
+    const auto added = CorvaneControl::AgentHooks::adding(ownSettings, Agent::claude, home.tool());
+    EXPECT_EQ(home.folder.read(claudeSettings), *added);
+  }
+}
+
+std::vector<std::string> temporaryFiles(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::string name = entry.path().filename().string();
+    if (name.find(".corvane-new.") != std::string::npos) names.push_back(name);
+  }
+  return names;
+}
+
+TEST(HooksCommand, aFileSizeLimitIsAProblemThatIsNamed) {
+  Home home({".claude"});
+  const std::string large = "{\"a\": \"" + std::string(100'000, 'x') + "\"}\n";
+  home.folder.write(claudeSettings, large);
+  const Ended ended = run(
+      CORVANE_HEADLESS,
+      {.arguments = {"hooks", "add", "claude", "--home", home.folder.path(), "--tool", home.tool()},
+       .beforeExec = [] {
+         const rlimit limit{.rlim_cur = 50'000, .rlim_max = 50'000};
+         ::setrlimit(RLIMIT_FSIZE, &limit);
+       }});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors,
+            "corvane-headless: ~/.claude/settings.json.corvane-backup: write: File too large; "
+            "~/.claude/settings.json is left as it was\n");
+  EXPECT_EQ(home.folder.read(claudeSettings), large);
+  EXPECT_EQ(temporaryFiles(home.folder.path(".claude")), std::vector<std::string>{});
+}
+
+TEST(HooksCommand, aSignalWhileItWritesLeavesNothingStray) {
+  const std::string large = "{\"a\": \"" + std::string(4'000'000, 'x') + "\"}\n";
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    Home home({".claude"});
+    home.folder.write(claudeSettings, large);
+    ChildProcess child(CORVANE_HEADLESS,
+                       {.arguments = {"hooks", "add", "claude", "--home", home.folder.path(),
+                                      "--tool", home.tool()}});
+    const std::string folder = home.folder.path(".claude");
+    while (temporaryFiles(folder).empty() && child.running()) continue;
+    child.signal(signal);
+    const Ended ended = child.wait();
+    EXPECT_TRUE(ended.signal == signal || ended.status == 0);
+    EXPECT_EQ(temporaryFiles(folder), std::vector<std::string>{});
+    const std::string now = home.folder.read(claudeSettings);
+    const auto added = CorvaneControl::AgentHooks::adding(large, Agent::claude, home.tool());
+    EXPECT_TRUE(now == large || now == *added);
+  }
 }
 
 struct ProblemCase {

@@ -10,14 +10,16 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Result.h"
 
 /// Files that belong to the user: read whole, and replaced so that at every moment the old text or
 /// the new one is there, complete, and nobody can read it who could not before.
 namespace CorvaneControl::Files {
 
-/// Bytes of the largest file that is read; a larger one is a failure.
-inline constexpr std::size_t largestFile = std::size_t{64} * 1024 * 1024;
+/// The size of the largest file that is read or written; a larger one is a failure.
+inline constexpr std::size_t largestFileMiB = 64;
+inline constexpr std::size_t largestFile = largestFileMiB * 1024 * 1024;  // bytes
 
 /// Why a file could not be read or replaced.
 struct Failure {
@@ -39,11 +41,13 @@ class Calls {
   virtual int openAt(int folder, const char* path, int flags, mode_t mode);
   virtual int close(int descriptor);
   virtual int status(int descriptor, struct stat& status);
+  virtual int pathStatus(const char* path, struct stat& status);
+  virtual char* realPath(const char* path);  ///< To be freed.
   virtual ssize_t readLink(const char* path, char* target, std::size_t size);
   virtual ssize_t read(int descriptor, void* bytes, std::size_t count);
   virtual ssize_t write(int descriptor, const void* bytes, std::size_t count);
   virtual int setOwner(int descriptor, uid_t owner, gid_t group);
-  virtual int copyAttributes(int from, int to);
+  virtual int copyAttributes(int from, int to, System::Group group, mode_t& permissions);
   virtual int setPermissions(int descriptor, mode_t permissions);
   virtual int sync(int descriptor);
   virtual int renameAt(int folder, const char* from, const char* to);
@@ -52,8 +56,13 @@ class Calls {
 /// The calls themselves.
 Calls& systemCalls();
 
-/// Whether `path` is a folder, or a symbolic link to one.
-bool isFolder(const std::string& path);
+/// Whether `path` is a folder, or a symbolic link to one. It is none where "no such file" or "not a
+/// folder" is on the way; whatever else keeps one from looking is a failure.
+Result<bool, Failure> isFolder(const std::string& path, Calls& calls = systemCalls());
+
+/// The path of a folder without symbolic links, "." and ".."; what of it isn't there stays as it is
+/// written, and so does all of it when that can't be told.
+std::string resolvedFolder(const std::string& path, Calls& calls = systemCalls());
 
 /// What is in a regular file, and who may do what with it.
 struct Contents {
@@ -64,8 +73,9 @@ struct Contents {
   bool operator==(const Contents&) const = default;
 };
 
-/// The regular file at `path`, through symbolic links; absent when there is none. Anything else
-/// there (a folder, a pipe, a device) is a failure, and never waited for.
+/// The regular file at `path`, through symbolic links; absent when there is none, also where one of
+/// its folders is no folder. Anything else there (a folder, a pipe, a device) is a failure, and
+/// never waited for.
 Result<std::optional<Contents>, Failure> read(const std::string& path,
                                               Calls& calls = systemCalls());
 
@@ -97,20 +107,25 @@ class Descriptor {
 ///
 /// What is written goes to a temporary file in the same folder ("settings.json.corvane-new.", the
 /// process and a number), is synced, and is renamed into place. A failure leaves the file as it was
-/// and no temporary file. A kill may leave a temporary file, which nothing reads; it can be
-/// deleted.
+/// and no temporary file. Neither does a signal: the calling thread holds back those that can be
+/// held back as long as there is a temporary file, and takes them afterwards. (One that another
+/// thread takes may end the process in between.) SIGXFSZ becomes a failure. A kill may leave a
+/// temporary file, which nothing reads; it can be deleted.
 ///
-/// A new text gets the owner, the permissions, the access control list and the user's extended
-/// attributes of the file it replaces, or the change fails; until it has them, at most the owner
-/// can read it. Not kept: other hard links to the file, which go on naming the old text, times, and
-/// attributes that are the system's (security labels).
+/// A new text gets the owner, the group, the permissions, the access control list and the user's
+/// extended attributes of the file it replaces, or the change fails; until it has them, at most the
+/// owner can read it. Only a group that the user may not give does not forbid the change: the new
+/// text then has the user's own group, and of what the group and all others may do with it, only
+/// what both the group and all others could do before (entries of an access control list that name
+/// users and groups stay). Not kept: other hard links to the file, which go on naming the old text,
+/// times, and attributes that are the system's (security labels).
 class Edit {
  public:
   /// Reads the file that `path` leads to through symbolic links. There need not be one yet, but its
   /// folder must exist. The calls must outlive the edit.
   static Result<Edit, Failure> begin(const std::string& path, Calls& calls = systemCalls());
 
-  /// The file's path with symbolic links resolved: it is replaced, while the links stay.
+  /// The file's path with symbolic links and ".." resolved: it is replaced, while the links stay.
   const std::string& path() const { return path_; }
   bool exists() const { return file_.has_value(); }
   /// The bytes of the file; empty when there is none.
@@ -124,8 +139,9 @@ class Edit {
   /// hold secrets.
   ///
   /// Fails when the file is no longer what was read, so that nothing is lost that the user or
-  /// another program wrote meanwhile. This is looked at right before the renaming; only what is
-  /// written between these two calls goes unnoticed.
+  /// another program wrote meanwhile; when it holds `after` already, nothing is left to be done.
+  /// This is looked at right before the renaming; only what is written between these two calls goes
+  /// unnoticed.
   [[nodiscard]] std::optional<Failure> replace(std::string_view after);
 
  private:
@@ -133,19 +149,18 @@ class Edit {
     Descriptor descriptor;
     Contents contents;
   };
-  struct Temporary {
-    std::string suffix;  // of its name
-    Descriptor descriptor;
-  };
+  class Temporary;
 
   Edit(std::string path, std::string name, Descriptor folder, std::optional<File> file,
        Calls& calls);
   static Result<std::optional<File>, Failure> open(int folder, const std::string& name,
                                                    const std::string& path, Calls& calls);
-  std::optional<Failure> write(const std::string& suffix, std::string_view bytes);
   Result<Temporary, Failure> makeTemporary() const;
-  std::optional<Failure> fill(const Temporary& temporary, std::string_view bytes) const;
-  std::optional<Failure> stillAsRead() const;
+  Result<Temporary, Failure> written(std::string_view bytes, const std::string& suffix) const;
+  std::optional<Failure> fill(int number, std::string_view bytes, const std::string& path) const;
+  Result<mode_t, Failure> copyAttributes(int number, const std::string& path) const;
+  Result<bool, Failure> holdsAlready(std::string_view after) const;
+  std::optional<Failure> place(Temporary& temporary, const std::string& suffix) const;
 
   std::string path_;
   std::string name_;  // within the folder

@@ -61,10 +61,17 @@ std::optional<uid_t> peerUser(int socket);
 /// pass along with the address.
 socklen_t completeAddress(sockaddr_un& address);
 
+/// Whether a copy of a file has the file's group, or another one.
+enum class Group : std::uint8_t { same, other };
+
 /// Gives the file `to` the access control list and the user's extended attributes of the file
 /// `from`, and no others; 0, or -1 and `errno` at failure. Where the file system has no such thing
 /// there is nothing to do.
-int copyFileAttributes(int from, int to);
+///
+/// `permissions` are those of `from`, and become those that `to` is to get. With another group they
+/// and the list are narrowed, so that neither that group's members nor those of the former one, who
+/// are now among the others, may do more than before.
+int copyFileAttributes(int from, int to, Group group, mode_t& permissions);
 
 /// fsync(2), except that it goes down to the medium where fsync stops at the drive.
 int syncToDisk(int descriptor);

@@ -81,7 +81,9 @@ socklen_t completeAddress(sockaddr_un& address) {
   return sizeof address;
 }
 
-int copyFileAttributes(int from, int to) {
+// The lists here name users and groups only, never "the file's group".
+int copyFileAttributes(int from, int to, Group group, mode_t& permissions) {
+  if (group == Group::other) permissions = permissionsInOtherGroup(permissions);
   return ::fcopyfile(from, to, nullptr, COPYFILE_ACL | COPYFILE_XATTR);
 }
 

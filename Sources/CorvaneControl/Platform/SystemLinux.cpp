@@ -81,24 +81,42 @@ namespace {
 
 constexpr std::string_view accessControlList = "system.posix_acl_access";
 
+// The list's form: a version, then for each entry a tag, permissions and an id, little-endian.
+constexpr std::size_t listHeaderSize = 4;
+constexpr std::size_t listEntrySize = 8;
+constexpr std::size_t entryPermissions = 2;  // offset; the tag is at 0
+constexpr char groupTag = 4;
+constexpr char othersTag = 32;
+
+/// Leaves the file's group and all others nothing; users and groups that are named keep theirs.
+void narrowToNamed(std::string& list) {
+  for (std::size_t entry = listHeaderSize; entry + listEntrySize <= list.size();
+       entry += listEntrySize) {
+    if (list[entry] == groupTag || list[entry] == othersTag) list[entry + entryPermissions] = 0;
+  }
+}
+
 /// 0, or -1 and `errno`.
-int copyAttribute(int from, int to, const std::string& name) {
-  const ssize_t size = ::fgetxattr(from, name.c_str(), nullptr, 0);
+int readAttribute(int file, const std::string& name, std::string& value) {
+  const ssize_t size = ::fgetxattr(file, name.c_str(), nullptr, 0);
   if (size < 0) return -1;
-  std::string value(static_cast<std::size_t>(size), '\0');
-  const ssize_t length = ::fgetxattr(from, name.c_str(), value.data(), value.size());
+  value.resize(static_cast<std::size_t>(size));
+  const ssize_t length = ::fgetxattr(file, name.c_str(), value.data(), value.size());
   if (length < 0) return -1;
-  return ::fsetxattr(to, name.c_str(), value.data(), static_cast<std::size_t>(length), 0);
+  value.resize(static_cast<std::size_t>(length));
+  return 0;
 }
 
 }  // namespace
 
-int copyFileAttributes(int from, int to) {
+int copyFileAttributes(int from, int to, Group group, mode_t& permissions) {
   // A new file may have got a list from its folder, which would let in others than the old file
   // did.
   if (::fremovexattr(to, accessControlList.data()) != 0 && errno != ENODATA && errno != ENOTSUP) {
     return -1;
   }
+  const mode_t original = permissions;
+  if (group == Group::other) permissions = permissionsInOtherGroup(original);
   const ssize_t size = ::flistxattr(from, nullptr, 0);
   if (size < 0) return errno == ENOTSUP ? 0 : -1;
   std::string names(static_cast<std::size_t>(size), '\0');
@@ -108,8 +126,16 @@ int copyFileAttributes(int from, int to) {
   for (std::size_t start = 0; start < names.size();) {
     const std::string name = names.c_str() + start;  // each ends with a NUL
     start += name.size() + 1;
-    const bool isCopied = name == accessControlList || name.starts_with("user.");
-    if (isCopied && copyAttribute(from, to, name) != 0) return -1;
+    const bool isList = name == accessControlList;
+    if (!isList && !name.starts_with("user.")) continue;
+    std::string value;
+    if (readAttribute(from, name, value) != 0) return -1;
+    if (isList && group == Group::other) {
+      narrowToNamed(value);
+      // With a list the group's bits are what those that it names have at most.
+      permissions = original & ~mode_t{S_ISGID | S_IRWXO};
+    }
+    if (::fsetxattr(to, name.c_str(), value.data(), value.size(), 0) != 0) return -1;
   }
   return 0;
 }

@@ -35,6 +35,12 @@ std::optional<std::string> applicationSupportFolder() {
   return *home + "/.local/share";
 }
 
+mode_t permissionsInOtherGroup(mode_t permissions) {
+  const unsigned common = (permissions >> 3U) & permissions & S_IRWXO;
+  return static_cast<mode_t>((permissions & (S_ISUID | S_ISVTX | S_IRWXU)) | (common << 3U) |
+                             common);
+}
+
 std::string errorText(int code) { return std::strerror(code); }
 
 }  // namespace CorvaneControl::System

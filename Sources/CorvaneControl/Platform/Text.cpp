@@ -265,6 +265,8 @@ std::string repaired(std::string bytes) {
   return result;
 }
 
+bool isUTF8(std::string_view bytes) { return wellFormedBytes(bytes) == bytes.size(); }
+
 std::size_t characters(std::string_view text) {
   std::size_t count = 0;
   while (!text.empty()) {

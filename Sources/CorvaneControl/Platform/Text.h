@@ -14,6 +14,9 @@ namespace CorvaneControl::Text {
 /// maximal part of a sequence); a text that is already UTF-8 comes back unchanged.
 std::string repaired(std::string bytes);
 
+/// Whether no sequence in it is malformed.
+bool isUTF8(std::string_view bytes);
+
 /// The number of characters.
 std::size_t characters(std::string_view text);
 

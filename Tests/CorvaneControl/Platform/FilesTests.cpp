@@ -15,6 +15,8 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -89,6 +91,14 @@ TEST(Files, aMissingFileIsAbsent) {
 TEST(Files, aFileInAMissingFolderIsAbsent) {
   const TemporaryFolder folder;
   const auto contents = Files::read(folder.path("none/settings.json"));
+  ASSERT_TRUE(contents);
+  EXPECT_FALSE(contents->has_value());
+}
+
+TEST(Files, aFileUnderWhatIsNoFolderIsAbsent) {
+  const TemporaryFolder folder;
+  folder.write("file", "");
+  const auto contents = Files::read(folder.path("file/settings.json"));
   ASSERT_TRUE(contents);
   EXPECT_FALSE(contents->has_value());
 }
@@ -184,11 +194,33 @@ TEST(Files, tellsAFolderFromEverythingElse) {
   const TemporaryFolder folder;
   folder.write("file", "");
   std::filesystem::create_symlink(".", folder.path("link"));
-  EXPECT_TRUE(Files::isFolder(folder.path()));
-  EXPECT_TRUE(Files::isFolder(folder.path("link")));
-  EXPECT_FALSE(Files::isFolder(folder.path("file")));
-  EXPECT_FALSE(Files::isFolder(folder.path("none")));
-  EXPECT_FALSE(Files::isFolder(""));
+  const auto isFolder = [](const std::string& path) {
+    const auto found = Files::isFolder(path);
+    EXPECT_TRUE(found) << path;
+    return found && *found;
+  };
+  EXPECT_TRUE(isFolder(folder.path()));
+  EXPECT_TRUE(isFolder(folder.path("link")));
+  EXPECT_FALSE(isFolder(folder.path("file")));
+  EXPECT_FALSE(isFolder(folder.path("file/below")));
+  EXPECT_FALSE(isFolder(folder.path("none")));
+  EXPECT_FALSE(isFolder(""));
+}
+
+TEST(Files, whatKeepsFromLookingAtAFolderIsAFailure) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink("circle", folder.path("circle"));
+  const auto circle = Files::isFolder(folder.path("circle"));
+  ASSERT_FALSE(circle);
+  EXPECT_EQ(text(circle.failure()),
+            folder.path("circle") + ": stat: Too many levels of symbolic links");
+  for (const int code : {EACCES, EIO}) {
+    ScriptedCalls calls;
+    calls.before = [&](std::string_view call) { return call == "stat" ? code : 0; };
+    const auto denied = Files::isFolder(folder.path(), calls);
+    ASSERT_FALSE(denied);
+    EXPECT_EQ(denied.failure().code, code);
+  }
 }
 
 // Replacing
@@ -251,6 +283,40 @@ TEST(FilesEdit, makesANewFileForItsOwnerAloneWithoutABackup) {
   EXPECT_EQ(folder.read("settings.json"), "new");
   EXPECT_EQ(permissionsOf(folder.path("settings.json")), mode_t{0600});
   EXPECT_EQ(namesIn(folder.path()), std::set<std::string>{"settings.json"});
+}
+
+TEST(FilesEdit, tellsThePathThatItReallyHas) {
+  const TemporaryFolder folder;
+  folder.write("real/deep/place", "");
+  folder.write("real/target.json", "old");
+  std::filesystem::create_symlink("../target.json", folder.path("real/deep/settings.json"));
+  std::filesystem::create_symlink("real/deep", folder.path("claude"));
+  const auto edit = Files::Edit::begin(folder.path("claude/../deep/./settings.json"));
+  ASSERT_TRUE(edit);
+  EXPECT_EQ(edit->path(), folder.path("real/target.json"));
+}
+
+TEST(FilesEdit, tellsThePathAsItIsWrittenWhenItCannotBeResolved) {
+  const TemporaryFolder folder;
+  folder.write("settings.json", "old");
+  ScriptedCalls calls;
+  calls.before = [](std::string_view call) { return call == "realpath" ? EACCES : 0; };
+  auto edit = Files::Edit::begin(folder.path("./settings.json"), calls);
+  ASSERT_TRUE(edit);
+  EXPECT_EQ(edit->path(), folder.path("./settings.json"));
+  EXPECT_FALSE(edit->replace("new"));
+  EXPECT_EQ(folder.read("settings.json"), "new");
+}
+
+TEST(Files, resolvesAFolderAsFarAsItIsThere) {
+  const TemporaryFolder folder;
+  folder.write("real/deep/place", "");
+  std::filesystem::create_symlink("real/deep", folder.path("link"));
+  EXPECT_EQ(Files::resolvedFolder(folder.path("link/..//deep/.")), folder.path("real/deep"));
+  EXPECT_EQ(Files::resolvedFolder(folder.path("link/../none/../x")), folder.path("real/none/../x"));
+  EXPECT_EQ(Files::resolvedFolder("/"), "/");
+  EXPECT_EQ(Files::resolvedFolder("/none here/x"), "/none here/x");
+  EXPECT_EQ(Files::resolvedFolder(""), std::filesystem::current_path().string());
 }
 
 TEST(FilesEdit, writesTheEmptyTextAndALongOne) {
@@ -338,6 +404,90 @@ TEST(FilesEdit, keepsTheOwnerAndTheGroup) {
   }
 }
 
+/// The calls of a user who may give files to nobody, nor to the group that the file has.
+class OtherGroup : public Files::Calls {
+ public:
+  int setOwner(int descriptor, uid_t owner, gid_t group) override {
+    if (owner == ::geteuid() && group == static_cast<gid_t>(-1)) {
+      return Calls::setOwner(descriptor, owner, group);
+    }
+    errno = code;
+    return -1;
+  }
+  int code = EPERM;
+};
+
+struct OtherGroupCase {
+  const char* name;
+  mode_t before;
+  mode_t after;
+};
+// What was the former group's is now another group's: its members were "others" before. Members of
+// the former group are "others" now.
+const OtherGroupCase otherGroupCases[] = {
+    {"theGroupHadMore", 0664, 0644},
+    {"theGroupHadAll", 0660, 0600},
+    {"theGroupCouldRead", 0640, 0600},
+    {"theGroupHadLessThanOthers", 0604, 0600},
+    {"theGroupCouldWriteWhatOthersCouldRead", 0624, 0600},
+    {"bothHadTheSame", 0644, 0644},
+    {"bothHadAll", 0666, 0666},
+    {"nobodyElseHadAny", 0600, 0600},
+    {"theGroupsRightsToRun", 0750, 0700},
+    {"runsAsTheGroup", 02755, 0755},
+};
+class OtherGroupPermissions : public testing::TestWithParam<OtherGroupCase> {};
+TEST_P(OtherGroupPermissions, giveNobodyMoreThanBefore) {
+  for (const int code : {EPERM, EINVAL}) {  // the latter: it has no number in this container
+    const TemporaryFolder folder;
+    const std::string path = file(folder, "settings.json", "old", GetParam().before);
+    OtherGroup calls;
+    calls.code = code;
+    const auto failure = change(path, "new", calls);
+    ASSERT_FALSE(failure) << text(failure);
+    EXPECT_EQ(folder.read("settings.json"), "new");
+    EXPECT_EQ(permissionsOf(path), GetParam().after);
+    EXPECT_EQ(permissionsOf(path + ".backup"), GetParam().after);
+  }
+}
+INSTANTIATE_TEST_SUITE_P(FilesEdit, OtherGroupPermissions, testing::ValuesIn(otherGroupCases),
+                         named);
+
+TEST(FilesEdit, aFileOfSomebodyElseIsLeftAlone) {
+  const TemporaryFolder folder;
+  const std::string path = file(folder, "settings.json", "old", 0644);
+  ScriptedCalls calls;
+  calls.before = [](std::string_view call) { return call == "fchown" ? EPERM : 0; };
+  const auto failure = change(path, "new", calls);
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->description(), "fchown: Operation not permitted");
+  EXPECT_EQ(failure->path, path + ".backup");
+  EXPECT_EQ(folder.read("settings.json"), "old");
+  EXPECT_EQ(namesIn(folder.path()), std::set<std::string>{"settings.json"});
+}
+
+TEST(FilesEdit, aRealUserKeepsTheOwnGroup) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  const TemporaryFolder folder;
+  const std::string path = file(folder, "settings.json", "old", 0664);
+  ASSERT_EQ(::chown(folder.path().c_str(), 1234, 1234), 0);
+  ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const bool isUser = ::setgroups(0, nullptr) == 0 && ::setgid(1234) == 0 && ::setuid(1234) == 0;
+    ::_exit(isUser && !change(path, "new") ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  for (const std::string& name : {path, path + ".backup"}) {
+    EXPECT_EQ(statusOf(name).st_uid, uid_t{1234}) << name;
+    EXPECT_EQ(statusOf(name).st_gid, gid_t{1234}) << name;
+    EXPECT_EQ(permissionsOf(name), mode_t{0644}) << name;
+  }
+}
+
 /// Runs Python, for what POSIX has no call for, with `path` as the path of the file; false when it
 /// or the file system can't do what `code` says.
 bool python(const std::string& path, const std::string& code) {
@@ -381,6 +531,32 @@ TEST(FilesEdit, keepsTheAccessControlList) {
     EXPECT_TRUE(python(
         name, accessList + "assert os.getxattr(path, \"system.posix_acl_access\") == access"))
         << name;
+  }
+}
+
+// The list's entries for the file's group and for others speak of other people when the group is
+// another one; those that name users and groups do not.
+TEST(FilesEdit, inAnotherGroupTheAccessControlListLetsInOnlyWhomItNames) {
+  const TemporaryFolder folder;
+  const std::string path = file(folder, "settings.json", "old", 0600);
+  const auto list = [](int group, int others) {
+    return "access = struct.pack(\"<I\", 2) + b\"\".join(struct.pack(\"<HHI\", *entry) for entry "
+           "in "
+           "[(1, 6, 2**32 - 1), (2, 6, 1234), (4, " +
+           std::to_string(group) + ", 2**32 - 1), (8, 4, 5678), (16, 6, 2**32 - 1), (32, " +
+           std::to_string(others) + ", 2**32 - 1)])\n";
+  };
+  if (!python(path, list(6, 4) + "os.setxattr(path, \"system.posix_acl_access\", access)")) {
+    GTEST_SKIP() << "no access control lists here, or no Python to set them";
+  }
+  OtherGroup calls;
+  const auto failure = change(path, "new", calls);
+  ASSERT_FALSE(failure) << text(failure);
+  for (const std::string& name : {path, path + ".backup"}) {
+    EXPECT_TRUE(python(
+        name, list(0, 0) + "assert os.getxattr(path, \"system.posix_acl_access\") == access"))
+        << name;
+    EXPECT_EQ(permissionsOf(name), mode_t{0660}) << "the list's mask, and nothing for others";
   }
 }
 
@@ -480,6 +656,29 @@ TEST(FilesEdit, aMissingFolderFailsAndIsNotMade) {
   EXPECT_EQ(failure->description(), "open: No such file or directory");
   EXPECT_EQ(failure->path, folder.path("none"));
   EXPECT_EQ(namesIn(folder.path()), std::set<std::string>{});
+}
+
+TEST(FilesEdit, namesTheFolderThatMayNotBeWritten) {
+  class ReadOnlyFolder : public Files::Calls {
+    int openAt(int folder, const char* path, int flags, mode_t mode) override {
+      if ((flags & O_CREAT) == 0) return Calls::openAt(folder, path, flags, mode);
+      errno = EROFS;
+      return -1;
+    }
+  } calls;
+  const TemporaryFolder folder;
+  const auto failure = change(folder.write("settings.json", "old"), "new", calls);
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(text(failure), folder.path() + ": open: Read-only file system");
+}
+
+TEST(FilesEdit, namesTheFileWhoseTextHasNoRoom) {
+  const TemporaryFolder folder;
+  ScriptedCalls calls;
+  calls.before = [](std::string_view call) { return call == "write" ? ENOSPC : 0; };
+  const auto failure = change(folder.path("settings.json"), "new", calls);
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->path, folder.path("settings.json"));
 }
 
 TEST(FilesEdit, aFolderInTheBackupsPlaceFailsTheChange) {
@@ -596,6 +795,29 @@ TEST(FilesEdit, aRefusedChangeSaysThatAnotherProgramWasThere) {
   ASSERT_TRUE(failure);
   EXPECT_EQ(failure->description(), "changed by another program meanwhile");
   EXPECT_FALSE(failure->code);
+}
+
+TEST(FilesEdit, twoThatWantTheSameTextBothSucceed) {
+  for (const bool exists : {true, false}) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("settings.json");
+    if (exists) file(folder, "settings.json", "old", 0600);
+    auto first = Files::Edit::begin(path);
+    auto second = Files::Edit::begin(path);
+    ASSERT_TRUE(first && second);
+    for (auto* edit : {&*first, &*second}) {
+      EXPECT_FALSE(edit->backUp(".backup"));
+      const auto failure = edit->replace("new");
+      EXPECT_FALSE(failure) << text(failure);
+    }
+    EXPECT_EQ(folder.read("settings.json"), "new");
+    std::set<std::string> names{"settings.json"};
+    if (exists) names.insert("settings.json.backup");
+    EXPECT_EQ(namesIn(folder.path()), names);
+    if (exists) {
+      EXPECT_EQ(folder.read("settings.json.backup"), "old");
+    }
+  }
 }
 
 // Failing calls
@@ -770,6 +992,76 @@ TEST(FilesEdit, aKillAtAnyCallLeavesTheOldFileOrTheNewOne) {
     EXPECT_EQ(scene.folder.read("settings.json"), scene.newText);
   }
   EXPECT_GT(kills, 30);
+}
+
+/// Sends `signal` to a child right before one of its calls, for each call in turn; `check` looks at
+/// what it leaves.
+template <class Check>
+void signalAtEachCall(int signal, Check check) {
+  bool wasReached = true;
+  for (int fatal = 0; wasReached; ++fatal) {
+    const Scene scene(true);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      bool isReached = false;
+      ScriptedCalls calls;
+      calls.mostBytes = 16;
+      calls.before = [&, made = 0](std::string_view) mutable {
+        if (made++ == fatal) {
+          isReached = true;
+          ::kill(::getpid(), signal);
+        }
+        return 0;
+      };
+      if (change(scene.folder.path("settings.json"), scene.newText, calls)) ::_exit(1);
+      ::_exit(isReached ? 2 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    wasReached = WIFSIGNALED(status);
+    EXPECT_TRUE(wasReached ? WTERMSIG(status) == signal : WEXITSTATUS(status) == 0) << status;
+    check(scene, "signal " + std::to_string(signal) + " at call " + std::to_string(fatal) + ": ");
+  }
+}
+
+TEST(FilesEdit, aSignalThatCanBeCaughtLeavesNothingStray) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGXFSZ, SIGQUIT, SIGUSR1}) {
+    signalAtEachCall(signal, [](const Scene& scene, const std::string& when) {
+      scene.expect(scene.folder.read("settings.json") == scene.newText, when);
+    });
+  }
+}
+
+TEST(FilesEdit, aFileSizeLimitIsAFailureThatEndsNoProcess) {
+  const Scene scene(true);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const rlimit limit{.rlim_cur = 16, .rlim_max = 16};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    const auto failure = change(scene.folder.path("settings.json"), scene.newText);
+    ::_exit(failure && failure->code == EFBIG ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  scene.expect(false, "");
+}
+
+TEST(FilesEdit, signalsThatTheCallerHoldsBackStayHeldBack) {
+  sigset_t held;
+  sigset_t before;
+  sigemptyset(&held);
+  sigaddset(&held, SIGUSR2);
+  ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &held, &before), 0);
+  const Scene scene(true);
+  EXPECT_FALSE(change(scene.folder.path("settings.json"), scene.newText));
+  sigset_t after;
+  ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, &before, &after), 0);
+  EXPECT_EQ(sigismember(&after, SIGUSR2), 1);
+  EXPECT_EQ(sigismember(&after, SIGTERM), sigismember(&before, SIGTERM));
 }
 
 TEST(FilesEdit, killsAtAnyMomentLeaveTheOldFileOrTheNewOne) {

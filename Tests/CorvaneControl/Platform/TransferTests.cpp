@@ -99,10 +99,10 @@ class Reading : public testing::TestWithParam<ReadCase> {};
 TEST_P(Reading, goesOn) {
   Script script(GetParam().steps);
   std::string bytes(5, '.');
-  EXPECT_EQ(Transfer::readAll(
-                bytes.data(), bytes.size(),
-                [&](char* part, std::size_t count) { return script.read(part, count); }),
-            GetParam().result);
+  EXPECT_EQ(
+      Transfer::readAll(bytes.data(), bytes.size(),
+                        [&](char* part, std::size_t count) { return script.read(part, count); }),
+      GetParam().result);
   EXPECT_TRUE(script.isOver());
 }
 INSTANTIATE_TEST_SUITE_P(Transfer, Reading, testing::ValuesIn(readCases),
