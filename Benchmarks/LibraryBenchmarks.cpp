@@ -11,8 +11,8 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/CodexTranscript.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/OrderedJSON.h"
-#include "CorvaneControl/Platform/JSON.h"
 
 namespace {
 

@@ -10,12 +10,6 @@ function(corvane_require found what debian homebrew)
   endif()
 endfunction()
 
-# Libraries of static archives where there are any: the programs are static on Linux, and on macOS
-# they must run on machines without Homebrew.
-set(Boost_USE_STATIC_LIBS ON)
-find_package(Boost 1.81 QUIET CONFIG COMPONENTS json)
-corvane_require(Boost_FOUND "Boost.JSON 1.81 or later" "libboost-json1.81-dev (or later)" boost)
-
 find_package(PkgConfig QUIET)
 corvane_require(PKG_CONFIG_FOUND "pkg-config" pkg-config pkgconf)
 

@@ -8,7 +8,7 @@
 #include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// Turns an agent's hook input into an attention mark or a permission request. Pure and total:
 /// input that calls for neither, or is no usable input at all, gives nothing. Members of the wrong

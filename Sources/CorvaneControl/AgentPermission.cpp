@@ -245,34 +245,6 @@ bool hasNoCard(std::string_view tool) {
          tool == "AskUserQuestion";
 }
 
-/// 64-bit FNV-1a over everything that is appended.
-class Hash final : public JSON::Sink {
- public:
-  void append(std::string_view piece) override {
-    auto hash = value_;
-    for (; piece.size() >= 8; piece.remove_prefix(8)) {  // an agent waits for this at every call
-      hash = step(step(step(step(hash, piece[0]), piece[1]), piece[2]), piece[3]);
-      hash = step(step(step(step(hash, piece[4]), piece[5]), piece[6]), piece[7]);
-    }
-    for (const char byte : piece) hash = step(hash, byte);
-    value_ = hash;
-  }
-
-  /// In lower-case hexadecimal without leading zeros.
-  std::string text() const {
-    std::array<char, 16> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value_, 16).ptr;
-    return {digits.data(), end};
-  }
-
- private:
-  static std::uint64_t step(std::uint64_t hash, char byte) {
-    return (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
-  }
-
-  std::uint64_t value_ = 0xcbf29ce484222325;
-};
-
 /// What is said of an action.
 struct ActionTexts {
   Action action;
@@ -326,11 +298,14 @@ std::optional<std::string> AgentPermission::fingerprint(std::string_view tool,
   }
   if (!hashed.isObject() && !hashed.isArray()) return std::nullopt;
 
-  Hash hash;
+  JSON::Hash hash;
   hash.append(tool);
   hash.append(std::string_view("\0", 1));
   JSON::write(hashed, JSON::Slashes::escaped, hash);
-  return hash.text();
+  std::array<char, 16> digits{};  // hexadecimal in small letters, without leading zeros
+  const auto end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), hash.value(), 16).ptr;
+  return std::string(digits.data(), end);
 }
 
 std::size_t AgentPermission::rowsFor(const std::vector<Line>& lines) {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "CorvaneControl/CardLines.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Record.h"
 
 namespace CorvaneControl {

@@ -5,7 +5,7 @@
 
 #include "CorvaneControl/Agent.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 namespace CorvaneControl {
 

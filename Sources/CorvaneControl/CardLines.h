@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Record.h"
 
 /// The lines of a card's preview, and how they are made. Agents send megabytes where a card shows a

@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 namespace CorvaneControl::CodexTranscript {
 namespace {

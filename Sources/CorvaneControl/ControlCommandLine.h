@@ -11,7 +11,7 @@
 
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// Turns the words of the command line into one decision. Pure: reads and writes nothing, and never
 /// fails; what it has to know of the process comes in as functions that are called only when the

@@ -14,7 +14,7 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/Date.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Record.h"
 #include "CorvaneControl/Result.h"
 #include "CorvaneControl/UUID.h"

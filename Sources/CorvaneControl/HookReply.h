@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "CorvaneControl/AgentPermission.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// What the agents read from their hook's standard output: one line of JSON with sorted keys and
 /// "\/", ending in a line feed. `ControlResponse::hookOutput` chooses among these.

@@ -4,7 +4,7 @@
 #include <optional>
 #include <span>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// What cards and replies both read of a tool's input, as the agent sent it.
 namespace CorvaneControl::ToolInput {

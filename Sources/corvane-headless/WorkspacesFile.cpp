@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "corvane-headless/Visible.h"

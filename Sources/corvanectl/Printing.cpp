@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Platform/Text.h"
 
 using CorvaneControl::ControlRequest;

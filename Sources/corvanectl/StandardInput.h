@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// What stands on standard input, read to its end and parsed when it is first asked for. The
 /// process has one.

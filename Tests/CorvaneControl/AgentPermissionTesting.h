@@ -13,7 +13,7 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 /// What the tests of cards, questions and replies share.
 namespace CorvaneControl {

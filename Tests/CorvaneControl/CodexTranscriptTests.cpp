@@ -15,7 +15,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "Support/TemporaryFolder.h"
 
 namespace CorvaneControl::CodexTranscript {

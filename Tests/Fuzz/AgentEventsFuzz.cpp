@@ -7,7 +7,7 @@
 #include "CorvaneControl/Agent.h"
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentProgress.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 

@@ -8,7 +8,7 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 

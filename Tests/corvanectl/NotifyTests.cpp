@@ -17,7 +17,7 @@
 #include "CorvaneControl/CodexTranscript.h"
 #include "CorvaneControl/ControlCommandLine.h"
 #include "CorvaneControl/ControlProtocol.h"
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 #include "Corvanectl.h"
 #include "Support/PseudoTerminal.h"
 

@@ -7,13 +7,14 @@
 #include <cstring>
 #include <iterator>
 
+#include "CorvaneControl/UTF8.h"
+
 namespace CorvaneControl::Text {
 
 namespace {
 
 constexpr std::string_view ellipsis = "\xE2\x80\xA6";
 constexpr std::string_view replacement = "\xEF\xBF\xBD";
-constexpr char32_t replacementScalar = 0xFFFD;
 
 std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
 bool isASCII(char character) { return byte(character) < 0x80; }
@@ -46,60 +47,15 @@ std::size_t leadingWords(std::string_view text, Predicate isPlain) {
   return position;
 }
 
-/// A well-formed sequence, or the maximal part of one.
-struct Sequence {
-  Scalar scalar{};
-  bool wellFormed = false;
-};
-
-/// What may follow a lead byte: how many bytes, and in which range the first of them lies (overlong
-/// forms, surrogates and what is beyond U+10FFFF are excluded by it). No bytes: no lead byte.
-struct Continuation {
-  std::size_t bytes = 0;
-  std::uint8_t low = 0x80;
-  std::uint8_t high = 0xBF;
-};
-
-Continuation continuation(std::uint8_t lead) {
-  if (lead < 0xC2 || lead > 0xF4) return {};
-  if (lead < 0xE0) return {.bytes = 1};
-  if (lead == 0xE0) return {.bytes = 2, .low = 0xA0};
-  if (lead == 0xED) return {.bytes = 2, .high = 0x9F};
-  if (lead < 0xF0) return {.bytes = 2};
-  if (lead == 0xF0) return {.bytes = 3, .low = 0x90};
-  if (lead == 0xF4) return {.bytes = 3, .high = 0x8F};
-  return {.bytes = 3};
-}
-
-/// The sequence at the start of a text that is not empty.
-Sequence firstSequence(std::string_view text) {
-  const std::uint8_t lead = byte(text.front());
-  if (lead < 0x80) return {.scalar = {.value = lead, .size = 1}, .wellFormed = true};
-  Continuation expected = continuation(lead);
-  if (expected.bytes == 0) return {.scalar = {.value = replacementScalar, .size = 1}};
-  char32_t value = lead & (0x3FU >> expected.bytes);
-  std::size_t size = 1;
-  for (; size <= expected.bytes; ++size) {
-    const std::uint8_t next = size < text.size() ? byte(text[size]) : std::uint8_t{0};
-    if (next < expected.low || next > expected.high) {
-      return {.scalar = {.value = replacementScalar, .size = size}};
-    }
-    value = value << 6U | (next & 0x3FU);
-    expected.low = 0x80;
-    expected.high = 0xBF;
-  }
-  return {.scalar = {.value = value, .size = size}, .wellFormed = true};
-}
-
 /// The bytes at the start of `text` that are well-formed.
 std::size_t wellFormedBytes(std::string_view text) {
   std::size_t position = 0;
   while (position < text.size()) {
     position += leadingWords(text.substr(position), isASCIIWithoutCR);
     if (position == text.size()) break;
-    const Sequence sequence = firstSequence(text.substr(position));
-    if (!sequence.wellFormed) break;
-    position += sequence.scalar.size;
+    const UTF8::Sequence sequence = UTF8::first(text.substr(position));
+    if (!sequence.isWellFormed) break;
+    position += sequence.size;
   }
   return position;
 }
@@ -257,7 +213,7 @@ std::string repaired(std::string bytes) {
   std::string_view rest = std::string_view(bytes).substr(good);
   while (!rest.empty()) {
     result += replacement;
-    rest.remove_prefix(firstSequence(rest).scalar.size);
+    rest.remove_prefix(UTF8::first(rest).size);
     const std::size_t next = wellFormedBytes(rest);
     result += rest.substr(0, next);
     rest.remove_prefix(next);
@@ -413,7 +369,8 @@ bool canonicallyEqual(std::string_view left, std::string_view right) {
 
 Scalar firstScalar(std::string_view text) {
   if (text.empty()) return {};
-  return firstSequence(text).scalar;
+  const UTF8::Sequence sequence = UTF8::first(text);
+  return {.value = sequence.scalar, .size = sequence.size};
 }
 
 Scalar lastScalar(std::string_view text) {
@@ -422,22 +379,16 @@ Scalar lastScalar(std::string_view text) {
   for (std::size_t size = 1; size <= std::min(longest, text.size()); ++size) {
     const std::string_view end = text.substr(text.size() - size);
     if (isContinuation(end.front())) continue;
-    const Sequence sequence = firstSequence(end);
-    if (sequence.scalar.size == size) return sequence.scalar;
+    const UTF8::Sequence sequence = UTF8::first(end);
+    if (sequence.size == size) return {.value = sequence.scalar, .size = size};
     break;
   }
-  return {.value = replacementScalar, .size = 1};
+  return {.value = UTF8::replacement, .size = 1};
 }
 
 void append(std::string& text, char32_t scalar) {
-  utf8proc_uint8_t bytes[4];
-  const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), bytes);
-  const bool isSurrogate = (scalar & ~0x7FFU) == 0xD800;  // the library would encode it
-  if (size == 0 || isSurrogate) {
-    text += replacement;
-  } else {
-    text.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
-  }
+  char bytes[4];
+  text.append(bytes, UTF8::encode(scalar, bytes));
 }
 
 bool isSpace(char32_t scalar) {

@@ -1,7 +1,9 @@
-#include "CorvaneControl/Platform/JSON.h"
+#include "CorvaneControl/JSON.h"
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -55,10 +57,10 @@ const RewriteCase rewriteCases[] = {
     {"escapedKeys", R"({"\u0062":1,"\u0061\n":"x\ny"})", R"({"a\n":"x\ny","b":1})"},
     {"integersKeepTheirValue", "[9223372036854775807,-9223372036854775808,18446744073709551615]",
      "[9223372036854775807,-9223372036854775808,18446744073709551615]"},
-    {"integersBeyond64BitsAreRounded", "[18446744073709551617]", "[18446744073709551616]"},
+    {"integersBeyond64BitsAreRounded", "[18446744073709551617]", "[18446744073709552000]"},
     {"integralRealsHaveNoFraction", "[1.0,1e3,1E0,-2.50e1]", "[1,1000,1,-25]"},
     {"reals", "[0.1,1.50,3.141592653589793,1e-7,5e-324]",
-     "[0.1,1.5,3.141592653589793,1e-07,5e-324]"},
+     "[0.1,1.5,3.141592653589793,1e-7,5e-324]"},
     {"theLargestReal", "[1.7976931348623157e308]", "[1.7976931348623157e+308]"},
     {"realsAreRoundedCorrectly", "[0.10180638699999964,8.41e21,9007199254740993.0]",
      "[0.10180638699999964,8.41e+21,9007199254740992]"},
@@ -96,9 +98,111 @@ TEST_P(Rewrite, givesTheCompactTextOrNothing) {
 constexpr auto named = [](const auto& info) { return std::string(info.param.name); };
 INSTANTIATE_TEST_SUITE_P(JSON, Rewrite, testing::ValuesIn(rewriteCases), named);
 
+// Numbers
+
+struct NumberCase {
+  const char* name;
+  std::string number;
+  std::string written;
+};
+const NumberCase numberCases[] = {
+    {"anExponentOfAnInteger", "1e5", "100000"},
+    {"aFractionOfZero", "1.0", "1"},
+    {"anotherFractionOfZero", "100000.0", "100000"},
+    {"zero", "0.0", "0"},
+    {"zeroWithAnExponent", "0e9", "0"},
+    {"negativeZero", "-0", "-0"},
+    {"negativeZeroAsAReal", "-0.0", "-0"},
+    {"negativeZeroWithAnExponent", "-0e1", "-0"},
+    {"negative", "-12.5", "-12.5"},
+    {"manyDigitsAroundThePoint", "123456789.123456789", "123456789.12345679"},
+    {"digitsThatEndAtThePoint", "12345678901234567e0", "12345678901234568"},
+
+    {"theLastIntegerOfSignedBits", "9223372036854775807", "9223372036854775807"},
+    {"theFirstBeyondSignedBits", "9223372036854775808", "9223372036854775808"},
+    {"theLastIntegerOfUnsignedBits", "18446744073709551615", "18446744073709551615"},
+    {"theFirstBeyondUnsignedBits", "18446744073709551616", "18446744073709552000"},
+    {"theLargestOfTwentyDigits", "99999999999999999999", "100000000000000000000"},
+    {"twentyDigitsThatBeginWithOne", "19999999999999999999", "20000000000000000000"},
+    {"theSmallestInteger", "-9223372036854775808", "-9223372036854775808"},
+    {"theFirstBelowTheSmallestInteger", "-9223372036854775809", "-9223372036854776000"},
+    {"aNegativeOneOfUnsignedBits", "-18446744073709551615", "-18446744073709552000"},
+    {"thatIntegerAsAReal", "9223372036854775807.0", "9223372036854776000"},
+
+    {"theLastWithoutExponent", "1e20", "100000000000000000000"},
+    {"theLargestWithoutExponent", "999999999999999868928", "999999999999999900000"},
+    {"theFirstWithExponent", "1e21", "1e+21"},
+    {"theFirstWithExponentInDigits", "1000000000000000000000", "1e+21"},
+    {"digitsWithExponent", "1.25e25", "1.25e+25"},
+    {"negativeWithExponent", "-1.5e300", "-1.5e+300"},
+    {"anExponentOfThreeDigits", "1e100", "1e+100"},
+    {"theLargest", "1.7976931348623157e308", "1.7976931348623157e+308"},
+
+    {"aTenThousandth", "0.0001", "0.0001"},
+    {"aSmallDigitString", "1.25e-4", "0.000125"},
+    {"theLastSmallWithoutExponent", "1e-6", "0.000001"},
+    {"moreDigitsThere", "1.234e-6", "0.000001234"},
+    {"justBelowIt", "9.99e-7", "9.99e-7"},
+    {"theFirstSmallWithExponent", "1e-7", "1e-7"},
+    {"thatInDigits", "0.0000001", "1e-7"},
+    {"negativeSmall", "-1.5e-7", "-1.5e-7"},
+    {"theSmallest", "5e-324", "5e-324"},
+    {"theSmallestNormal", "2.2250738585072014e-308", "2.2250738585072014e-308"},
+
+    {"tooSmall", "1e-400", "0"},
+    {"tooSmallAndNegative", "-1e-400", "0"},
+    {"tooSmallInDigits", "0." + std::string(400, '0') + "1", "0"},
+    {"tooSmallByALongExponent", "1e-99999999999999999999", "0"},
+    {"zeroByALongExponent", "0e99999999999999999999", "0"},
+    {"largeDigitsMadeSmall", "1" + std::string(400, '0') + "e-400", "1"},
+    {"smallDigitsMadeLarge", "0." + std::string(400, '0') + "1e401", "1"},
+};
+class Number : public testing::TestWithParam<NumberCase> {};
+TEST_P(Number, isWrittenAsECMAScriptDoes) {
+  EXPECT_EQ(rewritten(GetParam().number), GetParam().written);
+  EXPECT_EQ(rewritten(GetParam().written), GetParam().written) << "not a fixed point";
+}
+INSTANTIATE_TEST_SUITE_P(JSON, Number, testing::ValuesIn(numberCases), named);
+
+TEST(JSON, numbersBeyondADoubleAreErrors) {
+  for (const std::string& number :
+       {std::string("1e309"), std::string("-1e309"), std::string("1.7976931348623159e308"),
+        std::string("1e400"), std::string("1e99999999999999999999"), "1" + std::string(400, '0'),
+        "0." + std::string(400, '0') + "1e800", "1" + std::string(800, '0') + "e-400"}) {
+    EXPECT_EQ(rewritten(number), std::nullopt) << number;
+  }
+}
+
+TEST(JSON, aRealReadsBackAsTheSameDouble) {
+  std::mt19937_64 random(20'261'121);
+  for (int round = 0; round < 20'000; ++round) {
+    const auto value = std::bit_cast<double>(random());
+    if (!std::isfinite(value)) continue;
+    std::string text;
+    write(Value::ofReal(value), Slashes::plain, text);
+    std::string copy = text;
+    const auto document = Document::parse(copy);
+    ASSERT_TRUE(document) << text;
+    ASSERT_EQ(document->root().asReal(), value) << text;
+  }
+}
+
+TEST(JSON, whatIsNotFiniteIsWrittenAsNull) {
+  for (const double value :
+       {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+        std::numeric_limits<double>::quiet_NaN()}) {
+    std::string text;
+    write(Value::ofReal(value), Slashes::plain, text);
+    EXPECT_EQ(text, "null");
+  }
+}
+
+// Strings
+
 TEST(JSON, readsStringsOfEveryLengthWithAnEscapeAtEveryPlace) {
-  // The parser resolves escapes in a buffer of some thousand bytes: lengths on both sides of it.
-  for (const std::size_t length : {1U, 7U, 8U, 9U, 100U, 4095U, 4096U, 4097U, 9000U}) {
+  // Bytes are looked at in blocks of sixteen: lengths on both sides of one, and of more.
+  for (const std::size_t length :
+       {1U, 7U, 8U, 9U, 15U, 16U, 17U, 31U, 32U, 33U, 100U, 4095U, 4096U, 4097U, 9000U}) {
     for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
       std::string plain(length, 'x');
       plain[place] = '\n';
@@ -149,6 +253,25 @@ TEST(JSON, handsThePiecesToASink) {
   ASSERT_TRUE(document);
   write(document->root(), Slashes::escaped, collector);
   EXPECT_EQ(collector.text, R"({"a":null,"b":[1,"x\/y"]})");
+}
+
+TEST(JSON, hashesWhatItWouldWrite) {
+  std::string text = R"({"b":[1,"x/y\u0001"],"a":1e5})";
+  const auto document = Document::parse(text);
+  ASSERT_TRUE(document);
+  std::string written;
+  write(document->root(), Slashes::escaped, written);
+  EXPECT_EQ(written, R"({"a":100000,"b":[1,"x\/y\u0001"]})");
+  Hash ofText;
+  ofText.append(written);
+  Hash ofValue;
+  write(document->root(), Slashes::escaped, ofValue);
+  EXPECT_EQ(ofValue.value(), ofText.value());
+
+  Hash known;  // the published value of FNV-1a for this text
+  EXPECT_EQ(known.value(), 0xcbf29ce484222325U);
+  known.append("foobar");
+  EXPECT_EQ(known.value(), 0x85944171f73967e8U);
 }
 
 TEST(JSON, looksUpByType) {

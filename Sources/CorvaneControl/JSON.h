@@ -7,7 +7,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// JSON as the control socket and the agents write it (RFC 8259, strict): reading for looking
 /// things up, and writing compactly with sorted keys. The order and the spelling of the source are
@@ -124,14 +123,21 @@ class Document {
 
  private:
   friend class DocumentBuilder;
+  /// Memory with values in it. The blocks of a document form a chain, the last one first.
+  struct Block {
+    Block* previous = nullptr;
+  };
+  struct FreeBlocks {
+    void operator()(Block* last) const noexcept;
+  };
   Document() = default;
 
   Value root_{};
-  std::vector<std::unique_ptr<std::byte[]>> blocks_{};
+  std::unique_ptr<Block, FreeBlocks> blocks_{};
 };
 
-/// How "/" is written inside strings: as it is (the control socket), or as "\/" (the agents' hook
-/// reply, the fingerprint of a tool call, a tool's arguments).
+/// How "/" is written inside strings: as it is (the control socket, users' files), or as "\/" (the
+/// agents' hook reply, the fingerprint of a tool call, a tool's arguments).
 enum class Slashes : std::uint8_t { plain, escaped };
 
 /// Takes written JSON piece by piece.
@@ -143,10 +149,24 @@ class Sink {
   ~Sink() = default;
 };
 
-/// Writes `value` compactly with sorted keys. Integers keep their value exactly; other numbers are
-/// the shortest text that reads back as the same double, without ".0" when integral.
-void write(const Value& value, Slashes slashes, Sink& sink);
+/// 64-bit FNV-1a over everything that is appended.
+class Hash {
+ public:
+  void append(std::string_view bytes);
+  std::uint64_t value() const { return value_; }
+
+ private:
+  std::uint64_t value_ = 0xcbf29ce484222325;
+};
+
+/// Writes `value` compactly with sorted keys. Integers within 64 bits keep their value exactly.
+/// Every other number is written as ECMAScript writes it (RFC 8785), except that a negative zero
+/// keeps its sign: the shortest digits that read back as the same double, without a fraction when
+/// integral, with an exponent from 1e21 on and below 1e-6. What is not finite, which no text gives,
+/// is null.
 void write(const Value& value, Slashes slashes, std::string& text);
+void write(const Value& value, Slashes slashes, Sink& sink);
+void write(const Value& value, Slashes slashes, Hash& hash);
 /// Writes `string` between quotation marks. Beyond quotation mark, backslash and, by `slashes`,
 /// "/", only the controls below U+0020 are escaped.
 void writeString(std::string_view string, Slashes slashes, std::string& text);

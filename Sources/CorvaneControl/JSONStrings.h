@@ -1,0 +1,122 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "CorvaneControl/Hexadecimal.h"
+#include "CorvaneControl/JSON.h"
+
+/// What stands between the quotation marks of JSON, for the sources that read and write it: which
+/// bytes stand for themselves, sixteen at once, and what the escapes are.
+namespace CorvaneControl::JSON {
+
+/// The bytes that have an escape of one letter, and their letters.
+inline constexpr std::string_view escapedBytes = "\"\\/\b\f\n\r\t";
+inline constexpr std::string_view escapeLetters = "\"\\/bfnrt";
+
+/// A table in which every byte of `from` has the byte of `to` at the same place, all others NUL.
+constexpr std::array<char, 256> translation(std::string_view from, std::string_view to) {
+  std::array<char, 256> table{};
+  for (std::size_t index = 0; index < from.size(); ++index) {
+    table[static_cast<unsigned char>(from[index])] = to[index];
+  }
+  return table;
+}
+inline constexpr auto meaningsOfEscapes = translation(escapeLetters, escapedBytes);
+inline constexpr auto lettersOfEscapes = translation(escapedBytes, escapeLetters);
+
+/// What the letter after a backslash stands for; NUL for every other byte.
+inline char meaningOfEscape(char letter) {
+  return meaningsOfEscapes[static_cast<unsigned char>(letter)];
+}
+
+/// Sixteen bytes that are looked at together. The compilers turn what is done with them into the
+/// vector instructions that every processor of a kind has; nothing is chosen while the program runs.
+struct Block {
+  using Bytes [[gnu::vector_size(16)]] = signed char;  // negative: beyond ASCII
+
+  static constexpr std::size_t size = sizeof(Bytes);
+
+  explicit Block(const char* from) { std::memcpy(&bytes, from, size); }
+
+  static constexpr Bytes all(char character) {
+    const auto byte = static_cast<signed char>(character);
+    return Bytes{byte, byte, byte, byte, byte, byte, byte, byte,
+                 byte, byte, byte, byte, byte, byte, byte, byte};
+  }
+  auto isEqualTo(char byte) const { return bytes == all(byte); }
+  auto isBelow(char byte) const { return bytes < all(byte); }
+
+  /// The number of bytes before the first that is marked (all of its bits are set).
+  template <class Marks>
+  static std::size_t before(const Marks& marks) {
+    static_assert(sizeof(Marks) == size);
+    std::array<std::uint64_t, 2> halves;
+    std::memcpy(halves.data(), &marks, size);
+    if ((halves[0] | halves[1]) == 0) return size;
+    const auto leading = [](std::uint64_t half) {
+      const int bits = std::endian::native == std::endian::little ? std::countr_zero(half)
+                                                                  : std::countl_zero(half);
+      return static_cast<std::size_t>(bits) / 8;
+    };
+    return halves[0] != 0 ? leading(halves[0]) : sizeof halves[0] + leading(halves[1]);
+  }
+
+  Bytes bytes;
+};
+
+/// Whether a byte of a string that is read stands for itself, whatever comes before and after it:
+/// the ASCII characters but controls, quotation mark and backslash.
+inline bool isPlain(char byte) {
+  return static_cast<signed char>(byte) >= 0x20 && byte != '"' && byte != '\\';
+}
+/// The plain bytes at the start of a block.
+inline std::size_t plainBytes(const Block& block) {
+  return Block::before(block.isBelow(0x20) | block.isEqualTo('"') | block.isEqualTo('\\'));
+}
+
+/// Hands `string` between quotation marks to `append`, in as few pieces as there are escapes. Only
+/// what must be escaped is: quotation mark, backslash, controls below U+0020, and "/" when asked.
+template <class Append>
+void quote(std::string_view string, Slashes slashes, const Append& append) {
+  const char slash = slashes == Slashes::escaped ? '/' : '"';
+  const auto isEscaped = [slash](char byte) {
+    return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\' || byte == slash;
+  };
+  const auto unescaped = [slash](const Block& block) {
+    return Block::before((block.isBelow(0x20) & ~block.isBelow(0)) | block.isEqualTo('"') |
+                         block.isEqualTo('\\') | block.isEqualTo(slash));
+  };
+  append(std::string_view("\""));
+  const char* next = string.data();
+  const char* const end = next + string.size();
+  while (true) {
+    const char* const piece = next;
+    for (std::size_t count = Block::size;
+         count == Block::size && static_cast<std::size_t>(end - next) >= Block::size;
+         next += count) {
+      count = unescaped(Block(next));
+    }
+    while (next != end && !isEscaped(*next)) ++next;
+    if (next != piece) append(std::string_view(piece, static_cast<std::size_t>(next - piece)));
+    if (next == end) break;
+    const char byte = *next++;
+    if (const char letter = lettersOfEscapes[static_cast<unsigned char>(byte)]) {
+      const char text[] = {'\\', letter};
+      append(std::string_view(text, sizeof text));
+    } else {
+      const auto value = static_cast<unsigned char>(byte);
+      const char text[] = {
+          '\\', 'u', '0', '0', Hexadecimal::smallDigits[value >> 4U],
+          Hexadecimal::smallDigits[value & 0xFU]};
+      append(std::string_view(text, sizeof text));
+    }
+  }
+  append(std::string_view("\""));
+}
+
+}  // namespace CorvaneControl::JSON
