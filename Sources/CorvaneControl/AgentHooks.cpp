@@ -61,12 +61,12 @@ std::string arguments(Agent agent) { return " notify --agent " + std::string(wir
 
 bool isBlank(std::string_view text) { return Text::trimmedOfLines(text).empty(); }
 
-OrderedJSON string(std::string_view text) { return OrderedJSON(std::string(text)); }
+OrderedJSON string(std::string_view text) { return OrderedJSON(text); }
 
 bool isOfThisProgram(const OrderedJSON& handler, Agent agent) {
   const OrderedJSON* const member = handler.find("command");
-  const std::string* const command = member != nullptr ? member->string() : nullptr;
-  return command != nullptr && command->find("corvanectl") != std::string::npos &&
+  const auto command = member != nullptr ? member->string() : std::nullopt;
+  return command && command->find("corvanectl") != std::string_view::npos &&
          command->ends_with(arguments(agent));
 }
 
@@ -175,7 +175,7 @@ void putIn(OrderedJSON::Array& event, Agent agent, const std::string& command) {
 void strip(OrderedJSON& hooks, Agent agent, std::span<const std::string_view> kept) {
   keepIf(*hooks.object(), [&](OrderedJSON::Member& member) {
     OrderedJSON::Array& event = *member.value.array();
-    if (event.empty() || std::ranges::find(kept, member.key) != kept.end()) return true;
+    if (event.empty() || std::ranges::find(kept, member.key()) != kept.end()) return true;
     takeOut(event, agent);
     return !event.empty();
   });

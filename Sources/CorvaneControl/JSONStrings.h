@@ -35,7 +35,8 @@ inline char meaningOfEscape(char letter) {
 }
 
 /// Sixteen bytes that are looked at together. The compilers turn what is done with them into the
-/// vector instructions that every processor of a kind has; nothing is chosen while the program runs.
+/// vector instructions that every processor of a kind has; nothing is chosen while the program
+/// runs.
 struct Block {
   using Bytes [[gnu::vector_size(16)]] = signed char;  // negative: beyond ASCII
 
@@ -110,9 +111,12 @@ void quote(std::string_view string, Slashes slashes, const Append& append) {
       append(std::string_view(text, sizeof text));
     } else {
       const auto value = static_cast<unsigned char>(byte);
-      const char text[] = {
-          '\\', 'u', '0', '0', Hexadecimal::smallDigits[value >> 4U],
-          Hexadecimal::smallDigits[value & 0xFU]};
+      const char text[] = {'\\',
+                           'u',
+                           '0',
+                           '0',
+                           Hexadecimal::smallDigits[value >> 4U],
+                           Hexadecimal::smallDigits[value & 0xFU]};
       append(std::string_view(text, sizeof text));
     }
   }

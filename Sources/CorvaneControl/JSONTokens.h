@@ -407,8 +407,8 @@ class Tokens {
     return value;
   }
 
-  /// Whether the value of the digits before the cursor is less than 2^64. That has twenty digits and
-  /// begins with 1: a number of the same length that wraps around has fewer digits left.
+  /// Whether the value of the digits before the cursor is less than 2^64. That has twenty digits
+  /// and begins with 1: a number of the same length that wraps around has fewer digits left.
   bool fits(const char* digits, std::uint64_t wrapped) const {
     constexpr std::ptrdiff_t most = 20;
     constexpr std::uint64_t smallestOfMost = 10'000'000'000'000'000'000U;

@@ -1,346 +1,169 @@
 #include "CorvaneControl/OrderedJSON.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstring>
+#include <deque>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <utility>
 
+#include "CorvaneControl/JSONStrings.h"
+#include "CorvaneControl/JSONTokens.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl {
-namespace {
 
-/// How deep containers nest; a value inside the innermost of them would be one too deep.
-constexpr int deepestNesting = 512;
-constexpr std::string_view ordinaryIndentation = "  ";
-
-bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
-
-std::optional<unsigned> hexadecimalDigit(char byte) {
-  if (isDigit(byte)) return static_cast<unsigned>(byte - '0');
-  if (byte >= 'a' && byte <= 'f') return static_cast<unsigned>(byte - 'a' + 10);
-  if (byte >= 'A' && byte <= 'F') return static_cast<unsigned>(byte - 'A' + 10);
-  return std::nullopt;
-}
-
-bool isHighSurrogate(unsigned unit) { return (unit & 0xFC00U) == 0xD800U; }
-bool isLowSurrogate(unsigned unit) { return (unit & 0xFC00U) == 0xDC00U; }
-
-void appendUTF8(std::string& text, unsigned scalar) {
-  const auto append = [&text](unsigned byte) { text.push_back(static_cast<char>(byte)); };
-  const auto continuation = [&](unsigned shift) { append(0x80U | ((scalar >> shift) & 0x3FU)); };
-  if (scalar < 0x80) {
-    append(scalar);
-  } else if (scalar < 0x800) {
-    append(0xC0U | (scalar >> 6U));
-    continuation(0);
-  } else if (scalar < 0x10000) {
-    append(0xE0U | (scalar >> 12U));
-    continuation(6);
-    continuation(0);
-  } else {
-    append(0xF0U | (scalar >> 18U));
-    continuation(12);
-    continuation(6);
-    continuation(0);
-  }
-}
-
-/// A cursor over the text that only moves forward. Each reader leaves it behind what it read, or
-/// says false and leaves it at the byte that is wrong, which is where the error's line comes from.
-class Parser {
+/// Builds the tree. Values lie in `pending_` until their container ends, in an object each behind
+/// its key; then they move to where there is room for just as many.
+class OrderedJSONBuilder {
  public:
-  explicit Parser(std::string_view text) : text_(text) {}
+  static constexpr bool keepsStrings = true;
+  static constexpr bool skipsMembers = false;
 
-  Result<OrderedJSON, OrderedJSON::SyntaxError> document() {
-    OrderedJSON root;
-    skipWhitespace();
-    if (!readValue(root, 0)) return error();
-    skipWhitespace();
-    if (index_ != text_.size()) return error();
-    return root;
+  explicit OrderedJSONBuilder(std::string_view text) : text_(text) {}
+
+  OrderedJSON root() { return std::move(pending_.front()); }
+
+  void beginObject() { starts_.push_back(pending_.size()); }
+  void beginArray() { starts_.push_back(pending_.size()); }
+
+  void endObject() {
+    const auto first = firstOfContainer();
+    OrderedJSON::Object members;
+    members.reserve(static_cast<std::size_t>(pending_.end() - first) / 2);
+    for (auto key = first; key != pending_.end(); key += 2) {
+      members.push_back(OrderedJSON::Member(std::move(key[0]), std::move(key[1])));
+    }
+    end(first, OrderedJSON(std::move(members)));
+  }
+
+  void endArray() {
+    const auto first = firstOfContainer();
+    OrderedJSON::Array elements(std::make_move_iterator(first),
+                                std::make_move_iterator(pending_.end()));
+    end(first, OrderedJSON(std::move(elements)));
+  }
+
+  bool key(std::string_view key) {
+    string(key);
+    return true;
+  }
+  void string(std::string_view string) { pending_.emplace_back(string); }
+  bool number(const JSON::NumberToken& number) {
+    pending_.emplace_back(OrderedJSON::Number{number.text});
+    return true;
+  }
+  void boolean(bool boolean) { pending_.emplace_back(boolean); }
+  void null() { pending_.emplace_back(); }
+
+  char* resolve(std::string_view characters) {
+    if (!resolved_) {
+      const auto offset = static_cast<std::size_t>(characters.data() - text_.data());
+      resolved_ = std::make_unique_for_overwrite<char[]>(text_.size() - offset);
+    }
+    std::ranges::copy(characters, resolved_.get());
+    return resolved_.get() + characters.size();
+  }
+
+  std::string_view repaired(std::string_view string) {
+    repaired_ = Text::repaired(std::string(string));
+    return repaired_;
   }
 
  private:
-  OrderedJSON::SyntaxError error() const {
-    return {.line = 1 + std::ranges::count(text_.substr(0, index_), '\n')};
+  // Grows without a copy, and gives back its memory as it shrinks.
+  using Pending = std::deque<OrderedJSON>;
+
+  Pending::iterator firstOfContainer() {
+    return pending_.begin() + static_cast<std::ptrdiff_t>(starts_.back());
   }
 
-  /// NUL at the end: no token has one, so it fails there like every other wrong byte.
-  char current() const { return index_ < text_.size() ? text_[index_] : '\0'; }
-
-  bool skip(char expected) {
-    if (current() != expected) return false;
-    ++index_;
-    return true;
-  }
-
-  bool skip(std::string_view literal) {
-    if (!text_.substr(index_).starts_with(literal)) return false;
-    index_ += literal.size();
-    return true;
-  }
-
-  void skipWhitespace() {
-    while (current() == ' ' || current() == '\t' || current() == '\n' || current() == '\r') {
-      ++index_;
-    }
-  }
-
-  bool readValue(OrderedJSON& value, int depth) {
-    if (depth >= deepestNesting) return false;
-    switch (current()) {
-      case '{':
-        return readObject(value, depth);
-      case '[':
-        return readArray(value, depth);
-      case '"':
-        return readStringValue(value);
-      case 't':
-        value = OrderedJSON(true);
-        return skip("true");
-      case 'f':
-        value = OrderedJSON(false);
-        return skip("false");
-      case 'n':
-        value = OrderedJSON();
-        return skip("null");
-      default:
-        return readNumber(value);
-    }
-  }
-
-  bool readObject(OrderedJSON& value, int depth) {
-    OrderedJSON::Object members;
-    if (!readList('}', [&] { return readMember(members.emplace_back(), depth); })) return false;
-    value = OrderedJSON(std::move(members));
-    return true;
-  }
-
-  bool readArray(OrderedJSON& value, int depth) {
-    OrderedJSON::Array elements;
-    if (!readList(']', [&] { return readValue(elements.emplace_back(), depth + 1); })) return false;
-    value = OrderedJSON(std::move(elements));
-    return true;
-  }
-
-  /// Reads from the opening bracket to `closing`, with commas between the items.
-  template <class ReadItem>
-  bool readList(char closing, ReadItem readItem) {
-    ++index_;
-    skipWhitespace();
-    if (skip(closing)) return true;
-    while (true) {
-      if (!readItem()) return false;
-      skipWhitespace();
-      if (skip(closing)) return true;
-      if (!skip(',')) return false;
-      skipWhitespace();
-    }
-  }
-
-  bool readMember(OrderedJSON::Member& member, int depth) {
-    if (!readString(member.key)) return false;
-    skipWhitespace();
-    if (!skip(':')) return false;
-    skipWhitespace();
-    return readValue(member.value, depth + 1);
-  }
-
-  bool readStringValue(OrderedJSON& value) {
-    std::string string;
-    if (!readString(string)) return false;
-    value = OrderedJSON(std::move(string));
-    return true;
-  }
-
-  bool readString(std::string& string) {
-    if (!skip('"')) return false;
-    while (true) {
-      appendPlainBytes(string);
-      if (skip('"')) break;
-      if (!skip('\\')) return false;
-      if (!readEscape(string)) return false;
-    }
-    string = Text::repaired(std::move(string));
-    return true;
-  }
-
-  /// Everything up to the next quotation mark, backslash or control character.
-  void appendPlainBytes(std::string& string) {
-    const std::size_t start = index_;
-    while (index_ < text_.size() && static_cast<unsigned char>(text_[index_]) > 0x1F &&
-           text_[index_] != '"' && text_[index_] != '\\') {
-      ++index_;
-    }
-    string.append(text_.substr(start, index_ - start));
-  }
-
-  bool readEscape(std::string& string) {
-    constexpr std::string_view letters = "\"\\/bfnrt";
-    constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
-    if (skip('u')) return readUnicodeEscape(string);
-    const std::size_t which = letters.find(current());
-    if (which == std::string_view::npos) return false;
-    string.push_back(meanings[which]);
-    ++index_;
-    return true;
-  }
-
-  bool readUnicodeEscape(std::string& string) {
-    const std::optional<unsigned> first = readFourHexadecimals();
-    if (!first || isLowSurrogate(*first)) return false;
-    if (!isHighSurrogate(*first)) {
-      appendUTF8(string, *first);
-      return true;
-    }
-    if (!skip("\\u")) return false;
-    const std::optional<unsigned> second = readFourHexadecimals();
-    if (!second || !isLowSurrogate(*second)) return false;
-    appendUTF8(string, 0x10000U + ((*first - 0xD800U) << 10U) + (*second - 0xDC00U));
-    return true;
-  }
-
-  /// Four characters, the first of which may be a sign: what a general reader of integers takes,
-  /// and what files in use may therefore hold.
-  std::optional<unsigned> readFourHexadecimals() {
-    constexpr std::size_t count = 4;
-    std::string_view digits = text_.substr(index_, count);
-    if (digits.size() < count) return std::nullopt;
-    const char sign = digits.front() == '+' || digits.front() == '-' ? digits.front() : '\0';
-    if (sign != '\0') digits.remove_prefix(1);
-    unsigned value = 0;
-    for (const char byte : digits) {
-      const std::optional<unsigned> digit = hexadecimalDigit(byte);
-      if (!digit) return std::nullopt;
-      value = value * 16 + *digit;
-    }
-    if (sign == '-' && value != 0) return std::nullopt;
-    index_ += count;
-    return value;
-  }
-
-  bool readNumber(OrderedJSON& value) {
-    const std::size_t start = index_;
-    skip('-');
-    if (!skip('0') && !skipDigits()) return false;
-    if (skip('.') && !skipDigits()) return false;
-    if (skip('e') || skip('E')) {
-      if (!skip('+')) skip('-');
-      if (!skipDigits()) return false;
-    }
-    value = OrderedJSON(OrderedJSON::Number{std::string(text_.substr(start, index_ - start))});
-    return true;
-  }
-
-  /// One digit or more.
-  bool skipDigits() {
-    const std::size_t start = index_;
-    while (isDigit(current())) ++index_;
-    return index_ > start;
+  void end(Pending::iterator first, OrderedJSON container) {
+    starts_.pop_back();
+    pending_.erase(first, pending_.end());
+    pending_.push_back(std::move(container));
   }
 
   std::string_view text_;
-  std::size_t index_ = 0;
+  Pending pending_{};
+  std::vector<std::size_t> starts_{};  // of the open containers in `pending_`
+  std::unique_ptr<char[]> resolved_{};
+  std::string repaired_{};
 };
 
+namespace {
+
+constexpr std::string_view ordinaryIndentation = "  ";
+
+/// Where in a value of eight bytes the text of a short one begins: the lowest byte is taken.
+constexpr std::size_t shortTextAt = std::endian::native == std::endian::little ? 1 : 0;
+constexpr std::size_t longestShortText = 7;
+constexpr unsigned tagBits = 3;
+constexpr std::uint64_t tagMask = 7;
+
+/// Writes a value to `append`, which takes it piece by piece.
+template <class Append>
 class Writer {
  public:
-  explicit Writer(std::string_view indent) : indent_(indent) {}
+  Writer(std::string_view indent, Append append) : indent_(indent), append_(append) {}
 
-  void write(const OrderedJSON& value, std::size_t level) {
+  void write(const OrderedJSON& value, std::size_t level) const {
     if (const auto* members = value.object()) {
       writeList('{', '}', *members, level, [&](const OrderedJSON::Member& member) {
-        writeString(member.key);
-        text += ": ";
+        JSON::quote(member.key(), JSON::Slashes::plain, append_);
+        append_(": ");
         write(member.value, level + 1);
       });
     } else if (const auto* elements = value.array()) {
       writeList('[', ']', *elements, level,
                 [&](const OrderedJSON& element) { write(element, level + 1); });
-    } else if (const auto* string = value.string()) {
-      writeString(*string);
-    } else if (const auto* number = value.number()) {
-      text += number->text;
-    } else if (const auto* boolean = value.boolean()) {
-      text += *boolean ? "true" : "false";
+    } else if (const auto string = value.string()) {
+      JSON::quote(*string, JSON::Slashes::plain, append_);
+    } else if (const auto number = value.number()) {
+      append_(*number);
+    } else if (const auto boolean = value.boolean()) {
+      append_(*boolean ? "true" : "false");
     } else {
-      text += "null";
+      append_("null");
     }
   }
-
-  std::string text{};
 
  private:
   template <class Items, class WriteItem>
   void writeList(char opening, char closing, const Items& items, std::size_t level,
-                 WriteItem writeItem) {
-    text += opening;
-    for (std::size_t index = 0; index < items.size(); ++index) {
-      text += index == 0 ? "\n" : ",\n";
+                 WriteItem writeItem) const {
+    append_(std::string_view(&opening, 1));
+    std::string_view separator = "\n";
+    for (const auto& item : items) {
+      append_(separator);
       writeIndentation(level + 1);
-      writeItem(items[index]);
+      writeItem(item);
+      separator = ",\n";
     }
     if (!items.empty()) {
-      text += '\n';
+      append_("\n");
       writeIndentation(level);
     }
-    text += closing;
+    append_(std::string_view(&closing, 1));
   }
 
-  void writeIndentation(std::size_t level) {
-    for (std::size_t count = 0; count < level; ++count) text += indent_;
-  }
-
-  void writeString(std::string_view string) {
-    text += '"';
-    std::size_t plain = 0;  // where the bytes begin that are not yet written
-    for (std::size_t index = 0; index < string.size(); ++index) {
-      const char byte = string[index];
-      if (byte != '"' && byte != '\\' && static_cast<unsigned char>(byte) > 0x1F) continue;
-      text += string.substr(plain, index - plain);
-      writeEscaped(byte);
-      plain = index + 1;
-    }
-    text += string.substr(plain);
-    text += '"';
-  }
-
-  void writeEscaped(char byte) {
-    constexpr std::string_view bytes = "\"\\\b\t\n\f\r";
-    constexpr std::string_view letters = "\"\\btnfr";
-    constexpr std::string_view digits = "0123456789abcdef";
-    const std::size_t which = bytes.find(byte);
-    if (which != std::string_view::npos) {
-      text += '\\';
-      text += letters[which];
-      return;
-    }
-    const auto value = static_cast<unsigned char>(byte);
-    text += "\\u00";
-    text += digits[value >> 4U];
-    text += digits[value & 0xFU];
+  void writeIndentation(std::size_t level) const {
+    for (std::size_t count = 0; count < level; ++count) append_(indent_);
   }
 
   std::string_view indent_;
+  Append append_;
 };
-
-bool isASCII(std::string_view text) {
-  return std::ranges::all_of(text,
-                             [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
-}
-
-/// Whether two keys are the same text; different ASCII texts never are, which settles nearly all.
-bool sameKey(std::string_view left, std::string_view right) {
-  if (left == right) return true;
-  if (isASCII(left) && isASCII(right)) return false;
-  return Text::canonicallyEqual(left, right);
-}
 
 /// The last member with that key; the end when there is none.
 OrderedJSON::Object::const_iterator findMember(const OrderedJSON::Object& members,
                                                std::string_view key) {
-  const auto found =
-      std::find_if(members.rbegin(), members.rend(),
-                   [&](const OrderedJSON::Member& member) { return sameKey(member.key, key); });
+  const auto found = std::find_if(
+      members.rbegin(), members.rend(),
+      [&](const OrderedJSON::Member& member) { return Text::canonicallyEqual(member.key(), key); });
   return found == members.rend() ? members.end() : found.base() - 1;
 }
 
@@ -357,13 +180,123 @@ std::size_t endOfLine(std::string_view text, std::size_t start) {
 }  // namespace
 
 // Not in the class, where a member is still an incomplete type.
-OrderedJSON::OrderedJSON(Number number) : value_(std::move(number)) {}
-OrderedJSON::OrderedJSON(std::string string) : value_(std::move(string)) {}
-OrderedJSON::OrderedJSON(Array elements) : value_(std::move(elements)) {}
-OrderedJSON::OrderedJSON(Object members) : value_(std::move(members)) {}
+OrderedJSON::OrderedJSON(Number number) { setText(number.text, Tag::shortNumber, Tag::number); }
+OrderedJSON::OrderedJSON(std::string_view string) {
+  setText(string, Tag::shortString, Tag::string);
+}
+OrderedJSON::OrderedJSON(Array elements) {
+  own(elements.empty() ? nullptr : new Array(std::move(elements)), Tag::array);
+}
+OrderedJSON::OrderedJSON(Object members) {
+  own(members.empty() ? nullptr : new Object(std::move(members)), Tag::object);
+}
+
+OrderedJSON::OrderedJSON(const OrderedJSON& other) {
+  if (const Array* const elements = other.array()) {
+    *this = OrderedJSON(Array(*elements));
+  } else if (const Object* const members = other.object()) {
+    *this = OrderedJSON(Object(*members));
+  } else if (other.tag() >= Tag::string) {
+    setText(other.longText(), other.tag(), other.tag());
+  } else {
+    word_ = other.word_;
+  }
+}
+
+bool OrderedJSON::operator==(const OrderedJSON& other) const {
+  if (tag() != other.tag()) return false;
+  if (word_ == other.word_) return true;
+  if (const Array* const elements = array()) return *elements == *other.array();
+  if (const Object* const members = object()) return *members == *other.object();
+  return tag() >= Tag::string && longText() == other.longText();
+}
+
+/// A long text is its size, and behind that its bytes.
+void OrderedJSON::setText(std::string_view text, Tag shortTag, Tag longTag) {
+  if (text.size() <= longestShortText) {
+    word_ = text.size() << tagBits | static_cast<std::uint64_t>(shortTag);
+    text.copy(reinterpret_cast<char*>(&word_) + shortTextAt, text.size());
+    return;
+  }
+  const std::size_t size = text.size();
+  void* const memory = ::operator new(sizeof size + size);
+  std::memcpy(memory, &size, sizeof size);
+  text.copy(static_cast<char*>(memory) + sizeof size, size);
+  own(memory, longTag);
+}
+
+std::string_view OrderedJSON::shortText() const {
+  return {reinterpret_cast<const char*>(&word_) + shortTextAt, (word_ & 0xFF) >> tagBits};
+}
+
+std::string_view OrderedJSON::longText() const {
+  const char* const memory = owned<const char>();
+  std::size_t size = 0;
+  std::memcpy(&size, memory, sizeof size);
+  return {memory + sizeof size, size};
+}
+
+template <class Owned>
+Owned* OrderedJSON::owned() const {
+  return reinterpret_cast<Owned*>(static_cast<std::uintptr_t>(word_ & ~tagMask));
+}
+
+void OrderedJSON::own(const void* owned, Tag tag) {
+  word_ = reinterpret_cast<std::uintptr_t>(owned) | static_cast<std::uint64_t>(tag);
+}
+
+void OrderedJSON::release() {
+  if (tag() == Tag::array) {
+    delete owned<Array>();
+  } else if (tag() == Tag::object) {
+    delete owned<Object>();
+  } else {
+    ::operator delete(owned<void>());
+  }
+}
+
+std::optional<bool> OrderedJSON::boolean() const {
+  if (tag() != Tag::boolean) return std::nullopt;
+  return (word_ & truth) != 0;
+}
+
+std::optional<std::string_view> OrderedJSON::number() const {
+  if (tag() == Tag::shortNumber) return shortText();
+  if (tag() == Tag::number) return longText();
+  return std::nullopt;
+}
+
+std::optional<std::string_view> OrderedJSON::string() const {
+  if (tag() == Tag::shortString) return shortText();
+  if (tag() == Tag::string) return longText();
+  return std::nullopt;
+}
+
+template <class List>
+const List* OrderedJSON::list(Tag expected) const {
+  static const List empty{};
+  if (tag() != expected) return nullptr;
+  const List* const items = owned<List>();
+  return items != nullptr ? items : &empty;
+}
+
+template <class List>
+List* OrderedJSON::list(Tag expected) {
+  if (tag() != expected) return nullptr;
+  if (owned<List>() == nullptr) own(new List(), expected);
+  return owned<List>();
+}
+
+const OrderedJSON::Array* OrderedJSON::array() const { return list<Array>(Tag::array); }
+const OrderedJSON::Object* OrderedJSON::object() const { return list<Object>(Tag::object); }
+OrderedJSON::Array* OrderedJSON::array() { return list<Array>(Tag::array); }
+OrderedJSON::Object* OrderedJSON::object() { return list<Object>(Tag::object); }
 
 Result<OrderedJSON, OrderedJSON::SyntaxError> OrderedJSON::parse(std::string_view text) {
-  return Parser(text).document();
+  OrderedJSONBuilder builder(text);
+  JSON::Tokens<JSON::ofUsersFiles> tokens(text);
+  if (tokens.readDocument(builder)) return builder.root();
+  return SyntaxError{.line = 1 + std::ranges::count(text.substr(0, tokens.offset()), '\n')};
 }
 
 const OrderedJSON* OrderedJSON::find(std::string_view key) const {
@@ -382,7 +315,7 @@ void OrderedJSON::set(std::string_view key, std::optional<OrderedJSON> value) {
   if (members == nullptr) return;
   const auto member = findMember(*members, key);
   if (member == members->end()) {
-    if (value) members->push_back({std::string(key), *std::move(value)});
+    if (value) members->push_back({key, *std::move(value)});
   } else if (value) {
     (*members)[static_cast<std::size_t>(member - members->begin())].value = *std::move(value);
   } else {
@@ -391,9 +324,12 @@ void OrderedJSON::set(std::string_view key, std::optional<OrderedJSON> value) {
 }
 
 std::string OrderedJSON::text(std::string_view indent) const {
-  Writer writer(indent);
-  writer.write(*this, 0);
-  return std::move(writer.text);
+  std::size_t size = 1;  // what is written to a file gets a line feed
+  Writer(indent, [&size](std::string_view piece) { size += piece.size(); }).write(*this, 0);
+  std::string text;
+  text.reserve(size);
+  Writer(indent, [&text](std::string_view piece) { text += piece; }).write(*this, 0);
+  return text;
 }
 
 std::string OrderedJSON::indentation(std::string_view of) {

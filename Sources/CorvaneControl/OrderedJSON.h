@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "CorvaneControl/Result.h"
@@ -25,16 +24,16 @@ namespace CorvaneControl {
 /// A plain value, compared member by member and number text by number text. All texts are UTF-8.
 /// Copying, comparing, writing and destroying recurse as deep as the value is nested: 512 levels at
 /// most for a value that was parsed.
+///
+/// Takes eight bytes, which hold scalars of up to seven bytes themselves; longer ones, and arrays
+/// and objects that are not empty, lie elsewhere. A file of short numbers so takes not much more
+/// memory than the four bytes that are its share at least.
 class OrderedJSON {
  public:
-  struct Member;
-  struct Null {
-    bool operator==(const Null&) const = default;
-  };
+  class Member;
   /// A number as it is spelled, never converted: "1.50", "-0" and "1E+2" stay what they are.
   struct Number {
-    std::string text{};
-    bool operator==(const Number&) const = default;
+    std::string_view text{};
   };
   using Array = std::vector<OrderedJSON>;
   using Object = std::vector<Member>;
@@ -47,11 +46,22 @@ class OrderedJSON {
   };
 
   OrderedJSON() = default;  ///< `null`
-  explicit OrderedJSON(std::same_as<bool> auto boolean) : value_(boolean) {}
+  explicit OrderedJSON(std::same_as<bool> auto boolean)
+      : word_((boolean ? truth : 0) | static_cast<std::uint64_t>(Tag::boolean)) {}
   explicit OrderedJSON(Number number);
-  explicit OrderedJSON(std::string string);
+  explicit OrderedJSON(std::string_view string);
   explicit OrderedJSON(Array elements);
   explicit OrderedJSON(Object members);
+
+  OrderedJSON(const OrderedJSON& other);
+  OrderedJSON(OrderedJSON&& other) noexcept : word_(std::exchange(other.word_, 0)) {}
+  OrderedJSON& operator=(OrderedJSON other) noexcept {
+    std::swap(word_, other.word_);
+    return *this;
+  }
+  ~OrderedJSON() {
+    if (tag() >= Tag::string) release();
+  }
 
   /// Reads exactly one value with nothing but white space around it (RFC 8259). Containers nest 512
   /// deep at most, and the innermost may then only be empty. Strings that are no valid UTF-8 are
@@ -59,15 +69,17 @@ class OrderedJSON {
   /// digits after "\u" may begin with a sign, "+" always and "-" before zero, so "\u+041" is "A".
   static Result<OrderedJSON, SyntaxError> parse(std::string_view text);
 
-  bool isNull() const { return std::holds_alternative<Null>(value_); }
-  /// The alternatives; null pointers for every value of another type.
-  const bool* boolean() const { return std::get_if<bool>(&value_); }
-  const Number* number() const { return std::get_if<Number>(&value_); }
-  const std::string* string() const { return std::get_if<std::string>(&value_); }
-  const Array* array() const { return std::get_if<Array>(&value_); }
-  const Object* object() const { return std::get_if<Object>(&value_); }
-  Array* array() { return std::get_if<Array>(&value_); }
-  Object* object() { return std::get_if<Object>(&value_); }
+  bool isNull() const { return tag() == Tag::null; }
+  /// The alternatives; absent for every value of another type. Texts are valid until the value
+  /// changes or moves.
+  std::optional<bool> boolean() const;
+  std::optional<std::string_view> number() const;  ///< As it is spelled.
+  std::optional<std::string_view> string() const;
+  /// Null pointers for every value of another type.
+  const Array* array() const;
+  const Object* object() const;
+  Array* array();
+  Object* object();
 
   /// The value of the last member with that key; null when there is none, and when this is no
   /// object. Keys are equal under canonical equivalence. Valid until the object changes.
@@ -90,16 +102,55 @@ class OrderedJSON {
   static std::string indentation(std::string_view of);
 
   /// Without canonical equivalence: byte for byte.
-  bool operator==(const OrderedJSON&) const = default;
+  bool operator==(const OrderedJSON& other) const;
 
  private:
-  std::variant<Null, bool, Number, std::string, Array, Object> value_;
+  /// The lowest three bits of `word_`. The short ones have their size in the other bits of that
+  /// byte and their text in the other seven bytes; those from `string` on are the address of what
+  /// they own, which is null for an empty container.
+  enum class Tag : std::uint8_t {
+    null,
+    boolean,
+    shortNumber,
+    shortString,
+    string,
+    number,
+    array,
+    object
+  };
+  static constexpr std::uint64_t truth = 8;
+
+  Tag tag() const { return static_cast<Tag>(word_ & 7U); }
+  void setText(std::string_view text, Tag shortTag, Tag longTag);
+  std::string_view shortText() const;
+  std::string_view longText() const;
+  template <class Owned>
+  Owned* owned() const;
+  void own(const void* owned, Tag tag);
+  template <class List>
+  const List* list(Tag tag) const;
+  template <class List>
+  List* list(Tag tag);
+  void release();
+
+  std::uint64_t word_ = 0;
 };
 
-struct OrderedJSON::Member {
-  std::string key{};
-  OrderedJSON value{};
+/// A key, which stays what it is, and its value.
+class OrderedJSON::Member {
+ public:
+  Member(std::string_view key, OrderedJSON given) : value(std::move(given)), key_(key) {}
+
+  std::string_view key() const { return *key_.string(); }
   bool operator==(const Member&) const = default;
+
+  OrderedJSON value{};
+
+ private:
+  friend class OrderedJSONBuilder;
+  Member(OrderedJSON key, OrderedJSON given) : value(std::move(given)), key_(std::move(key)) {}
+
+  OrderedJSON key_{};  // a string
 };
 
 }  // namespace CorvaneControl

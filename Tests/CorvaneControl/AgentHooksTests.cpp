@@ -376,20 +376,20 @@ TEST(AgentHooks, existingMembersKeepTheirPlacesAndNewOnesComeLast) {
   const OrderedJSON root = parsed(after);
   const auto keys = [](const OrderedJSON& value) {
     std::vector<std::string> all;
-    for (const auto& member : *value.object()) all.push_back(member.key);
+    for (const auto& member : *value.object()) all.emplace_back(member.key());
     return all;
   };
   EXPECT_EQ(keys(root), (std::vector<std::string>{"z", "hooks", "a"}));
   EXPECT_EQ(keys(*root.find("hooks")),
             (std::vector<std::string>{"Other", "SessionEnd", "Stop", "PermissionRequest",
                                       "UserPromptSubmit", "PostToolUse"}));
-  EXPECT_EQ(root.find("z")->number()->text, "1.50");
-  EXPECT_EQ(root.find("a")->number()->text, "1e2");
+  EXPECT_EQ(root.find("z")->number(), "1.50");
+  EXPECT_EQ(root.find("a")->number(), "1e2");
 }
 
 TEST(AgentHooks, onlyCursorGetsAVersion) {
-  EXPECT_EQ(parsed(added("{}", Agent::cursor)).object()->front().key, "version");
-  EXPECT_EQ(parsed(added(R"({"hooks":{}})", Agent::cursor)).object()->back().key, "version");
+  EXPECT_EQ(parsed(added("{}", Agent::cursor)).object()->front().key(), "version");
+  EXPECT_EQ(parsed(added(R"({"hooks":{}})", Agent::cursor)).object()->back().key(), "version");
   EXPECT_EQ(*parsed(added(R"({"version":2})", Agent::cursor)).find("version"), parsed("2"));
   EXPECT_EQ(*parsed(added(R"({"version":null})", Agent::cursor)).find("version"), parsed("null"));
   EXPECT_EQ(parsed(added("{}", Agent::claude)).find("version"), nullptr);

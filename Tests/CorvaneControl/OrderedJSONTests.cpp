@@ -38,8 +38,8 @@ OrderedJSON parsed(std::string_view text) {
 
 bool parses(std::string_view text) { return bool(OrderedJSON::parse(text)); }
 
-OrderedJSON number(std::string text) { return OrderedJSON(OrderedJSON::Number{std::move(text)}); }
-OrderedJSON string(std::string text) { return OrderedJSON(std::move(text)); }
+OrderedJSON number(std::string_view text) { return OrderedJSON(OrderedJSON::Number{text}); }
+OrderedJSON string(std::string_view text) { return OrderedJSON(text); }
 
 std::string repeated(std::string_view piece, std::size_t count) {
   std::string text;
@@ -355,9 +355,9 @@ TEST(OrderedJSON, eachAlternativeAnswersForItselfOnly) {
   for (const OrderedJSON& value : values) {
     const auto index = &value - values;
     EXPECT_EQ(value.isNull(), index == 0);
-    EXPECT_EQ(value.boolean() != nullptr, index == 1);
-    EXPECT_EQ(value.number() != nullptr, index == 2);
-    EXPECT_EQ(value.string() != nullptr, index == 3);
+    EXPECT_EQ(value.boolean().has_value(), index == 1);
+    EXPECT_EQ(value.number().has_value(), index == 2);
+    EXPECT_EQ(value.string().has_value(), index == 3);
     EXPECT_EQ(value.array() != nullptr, index == 4);
     EXPECT_EQ(value.object() != nullptr, index == 5);
   }
@@ -406,7 +406,7 @@ TEST_P(Keys, areEqualUnderCanonicalEquivalence) {
     EXPECT_EQ(value.find(other) != nullptr, GetParam().same);
     value.set(other, number("2"));
     EXPECT_EQ(value.object()->size(), GetParam().same ? 1U : 2U);
-    EXPECT_EQ(value.object()->front().key, key);  // a key keeps its spelling
+    EXPECT_EQ(value.object()->front().key(), key);  // a key keeps its spelling
   }
 }
 INSTANTIATE_TEST_SUITE_P(OrderedJSON, Keys, testing::ValuesIn(keyCases), named);
@@ -529,9 +529,9 @@ class UntidyWriter {
 
  private:
   std::string bare(const OrderedJSON& value) {
-    if (const auto* string = value.string()) return quoted(*string);
-    if (const auto* number = value.number()) return number->text;
-    if (const auto* boolean = value.boolean()) return *boolean ? "true" : "false";
+    if (const auto string = value.string()) return quoted(*string);
+    if (const auto number = value.number()) return std::string(*number);
+    if (const auto boolean = value.boolean()) return *boolean ? "true" : "false";
     std::string list;
     if (const auto* elements = value.array()) {
       for (const auto& element : *elements) list += (list.empty() ? "" : ",") + text(element);
@@ -539,7 +539,7 @@ class UntidyWriter {
     }
     if (const auto* members = value.object()) {
       for (const auto& member : *members) {
-        list += (list.empty() ? "" : ",") + space() + quoted(member.key) + space() + ":";
+        list += (list.empty() ? "" : ",") + space() + quoted(member.key()) + space() + ":";
         list += text(member.value);
       }
       return "{" + (list.empty() ? space() : list) + "}";
@@ -549,7 +549,7 @@ class UntidyWriter {
 
   std::string space() { return random_.pick<std::string>({"", "", " ", "\n", "\r\n\t", "   "}); }
 
-  std::string quoted(const std::string& string) {
+  std::string quoted(std::string_view string) {
     std::string text = "\"";
     for (const char byte : string) {
       const bool mustEscape =
@@ -595,7 +595,7 @@ TEST(OrderedJSONProperties, aChangedMemberLeavesAllOthersAsTheyWere) {
     const OrderedJSON before = random.object(3);
     const std::string key = random.oneIn(2) || before.object()->empty()
                                 ? random.string()
-                                : before.object()->front().key;
+                                : std::string(before.object()->front().key());
     OrderedJSON after = before;
     after.set(key, number("4711"));
     ASSERT_NE(after.find(key), nullptr) << seed;

@@ -29,7 +29,7 @@ class HookWalk {
     for (const auto& event : *hooks->object()) {
       if (event.value.array() == nullptr) continue;
       for (const auto& element : *event.value.array()) {
-        agent == "cursor" ? add(event.key, "", element) : addGroup(event.key, element);
+        agent == "cursor" ? add(event.key(), "", element) : addGroup(event.key(), element);
       }
     }
   }
@@ -45,29 +45,30 @@ class HookWalk {
     const OrderedJSON* found = nullptr;
     if (value.object() == nullptr) return found;
     for (const auto& member : *value.object()) {
-      if (member.key == key) found = &member.value;
+      if (member.key() == key) found = &member.value;
     }
     return found;
   }
 
-  void addGroup(const std::string& event, const OrderedJSON& group) {
+  void addGroup(std::string_view event, const OrderedJSON& group) {
     const OrderedJSON* const handlers = last(group, "hooks");
     if (handlers == nullptr || handlers->array() == nullptr) return;
     std::string others;
     for (const auto& member : *group.object()) {
-      if (&member.value != handlers) others += member.key + "=" + member.value.text("") + ";";
+      if (&member.value == handlers) continue;
+      others.append(member.key()).append("=").append(member.value.text("")).append(";");
     }
     for (const auto& handler : *handlers->array()) add(event, others, handler);
   }
 
-  void add(const std::string& event, const std::string& group, const OrderedJSON& handler) {
-    found_.push_back({event, group, handler.text(""), isOurs(handler)});
+  void add(std::string_view event, const std::string& group, const OrderedJSON& handler) {
+    found_.push_back({std::string(event), group, handler.text(""), isOurs(handler)});
   }
 
   bool isOurs(const OrderedJSON& handler) const {
     const OrderedJSON* const value = last(handler, "command");
-    if (value == nullptr || value->string() == nullptr) return false;
-    const std::string& command = *value->string();
+    if (value == nullptr || !value->string()) return false;
+    const std::string_view command = *value->string();
     const std::string end = " notify --agent " + agent_;
     return command.find("corvanectl") != std::string::npos && command.size() >= end.size() &&
            command.substr(command.size() - end.size()) == end;

@@ -51,8 +51,8 @@ class RandomJSON {
     CorvaneControl::OrderedJSON::Object members;
     for (std::size_t count = below(5); count > 0; --count) {
       const bool again = !members.empty() && oneIn(8);
-      std::string key = again ? members.front().key : string();
-      members.push_back({std::move(key), value(depthOfMembers)});
+      std::string key(again ? std::string(members.front().key()) : string());
+      members.push_back({key, value(depthOfMembers)});
     }
     return CorvaneControl::OrderedJSON(std::move(members));
   }
