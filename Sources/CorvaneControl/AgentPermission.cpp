@@ -28,16 +28,13 @@ std::optional<std::string_view> pathValue(const JSON::Value& input, std::string_
 /// The value's elements joined with single spaces; absent unless it is a list of strings.
 std::optional<std::string> joined(const JSON::Value& value) {
   if (!value.isArray()) return std::nullopt;
-  std::string text;
-  std::string_view separator;
+  std::vector<std::string_view> words;
   for (const auto& element : value.elements()) {
     const auto word = element.asString();
     if (!word) return std::nullopt;
-    text += separator;
-    text += *word;
-    separator = " ";
+    words.push_back(*word);
   }
-  return text;
+  return Text::joined(words);
 }
 
 /// The text of a tool's "command", a string or a list of words. A list has to be joined: `storage`

@@ -66,17 +66,14 @@ std::optional<std::string> chosenLabels(const std::vector<std::int64_t>& choice,
   if (!options || choice.empty()) return std::nullopt;
   if (choice.size() > 1 && !ToolInput::takesSeveral(question)) return std::nullopt;
 
-  std::string labels;
-  std::string_view separator;
+  std::vector<std::string_view> labels;
   for (const auto index : choice) {
     if (index < 0 || std::cmp_greater_equal(index, options->size())) return std::nullopt;
     const auto label = (*options)[static_cast<std::size_t>(index)].string("label");
     if (!label) return std::nullopt;
-    labels += separator;
-    labels += *label;
-    separator = ", ";
+    labels.push_back(*label);
   }
-  return labels;
+  return Text::joined(labels, ", ");
 }
 
 bool asksOrPlans(const ControlRequest& request) {

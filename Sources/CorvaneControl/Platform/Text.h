@@ -51,15 +51,15 @@ bool hasLineBreak(std::string_view text);
 /// Stops reading when the result has more than `limit` characters; it is then longer than `limit`.
 std::string collapsed(std::string_view text, std::size_t limit);
 
-/// The words of a range, with one space between two of them.
+/// The words of a range, with `separator` between two of them.
 template <class Words>
-std::string joined(const Words& words) {
+std::string joined(const Words& words, std::string_view separator = " ") {
   std::string text;
-  std::string_view separator;
+  std::string_view before;
   for (const std::string_view word : words) {
-    text += separator;
+    text += before;
     text += word;
-    separator = " ";
+    before = separator;
   }
   return text;
 }

@@ -574,6 +574,7 @@ TEST(TextJoined, hasOneSpaceBetweenTwoWords) {
   EXPECT_EQ(joined({"", ""}), " ");
   EXPECT_EQ(joined({"", "a", ""}), " a ");
   EXPECT_EQ(Text::joined(std::vector<std::string_view>{"a", "b"}), "a b");
+  EXPECT_EQ(Text::joined(std::vector<std::string_view>{"a", "", "b"}, ", "), "a, , b");
 }
 
 TEST(TextCase, lowercasesASCIIOnly) {
