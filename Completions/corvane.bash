@@ -186,15 +186,16 @@ _corvane_quoted() {
 }
 
 # Sets `names` to those of the workspaces: none when the application does not run, or takes more than
-# a second to answer. They come from its answer in JSON, because in the lines for people a name may
-# look like the columns behind it. In JSON, a quote in a text has a backslash before it, so "name":"
-# is never anything but the key. A name with a control character is left out: it cannot be shown.
+# three seconds to answer. They come from its answer in JSON, because in the lines for people a name
+# may look like the columns behind it. In JSON, a quote in a text has a backslash before it, so
+# "name":" is never anything but the key. A name with a control character is left out: it cannot be
+# shown.
 _corvane_names() {
   local program=${words[0]} answer='' name
   local mark='"name":"' backslash='\\' quotes='\"'
   names=()
   if [[ $program == '~/'* ]]; then program=$HOME/${program:2}; fi
-  IFS= read -r -t 1 answer < <("$program" list --json 2>/dev/null </dev/null)
+  IFS= read -r -t 3 answer < <("$program" list --json 2>/dev/null </dev/null)
   if [[ $answer != *"$mark"* ]]; then return; fi
   answer=${answer//"$backslash"/$'\36'}
   answer=${answer//"$quotes"/$'\37'}
