@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -204,9 +203,6 @@ const HookCase hookCases[] = {
 
 class HookInput : public testing::TestWithParam<HookCase> {
  protected:
-  // Folders are then shown as they are, wherever the home of whoever runs this may be.
-  HookInput() { setenv("HOME", "/home/nobody", 1); }
-
   std::filesystem::path path_ = fixtures / (std::string(GetParam().file) + ".json");
   Agent agent_ = wireValue<Agent>(path_.parent_path().filename().string()).value();
   std::string bytes_ = contents(path_);

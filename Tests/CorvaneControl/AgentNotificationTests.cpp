@@ -1003,6 +1003,34 @@ TEST(AgentNotification, aMissingInputHasTheFingerprintOfAnEmptyOne) {
   EXPECT_EQ(eventOf(Agent::claude, nameless)->toolCall, "d884b5186b651423");
 }
 
+TEST(AgentNotification, aCardShowsTheHomeFolderThatIsLent) {
+  const Read request(
+      input("PermissionRequest", R"("tool_name":"Bash","tool_input":{"command":"make"})"));
+  const auto folderAtHome = [&](std::optional<std::string> home) {
+    return claude(request.value(), {.homeFolder = [home] { return home; }})->permission->folder;
+  };
+  EXPECT_EQ(folderAtHome("/home/user"), "~/project");
+  EXPECT_EQ(folderAtHome("/home/user/project"), "~");
+  EXPECT_EQ(folderAtHome("/home/other"), "/home/user/project");
+  EXPECT_EQ(folderAtHome(std::nullopt), "/home/user/project");
+  EXPECT_EQ(claude(request.value(), {})->permission->folder, "/home/user/project");
+}
+
+TEST(AgentNotification, onlyACardAsksForTheHomeFolder) {
+  int asked = 0;
+  const Surroundings surroundings{.homeFolder = [&asked] {
+    ++asked;
+    return std::optional<std::string>();
+  }};
+  claude(Read(input("Stop")).value(), surroundings);
+  codex(Read(input("Stop")).value(), surroundings);
+  claude(Read(input("Notification")).value(), surroundings);
+  EXPECT_EQ(asked, 0);
+  claude(Read(input("PermissionRequest")).value(), surroundings);
+  codex(Read(input("PermissionRequest")).value(), surroundings);
+  EXPECT_EQ(asked, 2);
+}
+
 // Automatic review
 
 struct ReviewCase {

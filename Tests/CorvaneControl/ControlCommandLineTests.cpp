@@ -427,6 +427,21 @@ TEST(Notify, aPermissionRequestCarriesItsCard) {
   EXPECT_TRUE(process.transcripts.empty());
 }
 
+TEST(Notify, aCardShowsTheHomeFolderOfTheProcess) {
+  std::string bytes = permission;
+  const auto document = JSON::Document::parse(bytes);
+  ASSERT_TRUE(document);
+  const auto parsed =
+      ControlCommandLine::parse({"notify", "--agent", "claude"},
+                                {.standardInput = [&] { return &document->root(); },
+                                 .homeFolder = [] { return std::optional<std::string>("/w"); }});
+  const auto* const decision = std::get_if<ControlCommandLine::Run>(&parsed);
+  ASSERT_NE(decision, nullptr);
+  ASSERT_TRUE(decision->request.permission);
+  EXPECT_EQ(decision->request.permission->folder, "~");
+  EXPECT_EQ(decision->request.cwd, "/w");
+}
+
 TEST(Notify, codexRequestsThatAreReviewedAutomaticallyAreLeftToCodex) {
   Surroundings process{.input = permission, .reviewed = true};
   EXPECT_EQ(process.parse({"notify", "--agent", "codex"}), Parsed(ControlCommandLine::Nothing{}));

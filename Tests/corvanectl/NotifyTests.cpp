@@ -18,6 +18,7 @@
 #include "CorvaneControl/ControlCommandLine.h"
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/JSON.h"
+#include "CorvaneControl/Platform/System.h"
 #include "Corvanectl.h"
 #include "Support/PseudoTerminal.h"
 
@@ -287,6 +288,7 @@ std::optional<std::string> expectedRequest(const std::string& agent, std::string
       {.standardInput = [&] { return document ? &document->root() : nullptr; },
        .currentDirectory = [] { return std::filesystem::current_path().string(); },
        .parentProcess = [] { return std::optional<std::int32_t>(::getpid()); },
+       .homeFolder = CorvaneControl::System::homeFolder,
        .autoReviewed =
            [](const std::string& path) {
              return CorvaneControl::CodexTranscript::autoReviewed(path);
