@@ -1,8 +1,9 @@
 #include "CorvaneControl/ControlProtocol.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
-#include <limits>
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
@@ -12,11 +13,6 @@
 namespace CorvaneControl {
 
 namespace {
-
-template <class Type>
-concept Record = requires {
-  Type::fields;
-};
 
 template <class Type>
 concept Enumeration = std::is_enum_v<Type>;
@@ -39,79 +35,203 @@ constexpr auto fieldOrder = [] {
   return order;
 }();
 
-/// What stands before the value of a record's field: a comma, the key between quotation marks, a
-/// colon.
+/// What stands before the value of a record's field: the key between quotation marks, and a colon.
 template <Record Type, std::size_t index>
 constexpr auto fieldStart = [] {
   constexpr std::string_view key = std::get<index>(Type::fields).key;
-  std::array<char, key.size() + 4> text{',', '"'};
-  std::ranges::copy(key, text.begin() + 2);
-  text[key.size() + 2] = '"';
-  text[key.size() + 3] = ':';
+  std::array<char, key.size() + 3> text{'"'};
+  std::ranges::copy(key, text.begin() + 1);
+  text[key.size() + 1] = '"';
+  text[key.size() + 2] = ':';
   return text;
 }();
 
-/// Writes values of every type that a record's field can have.
-struct Encoder {
-  std::string& text;
+/// Eight bytes of a string of JSON that are looked at together.
+std::uint64_t wordAt(const char* bytes) {
+  std::uint64_t word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
 
-  void write(bool value) { text.append(value ? "true" : "false"); }
-  void write(std::int32_t value) { JSON::writeInteger(value, text); }
-  void write(std::int64_t value) { JSON::writeInteger(value, text); }
-  void write(const std::string& value) { JSON::writeString(value, JSON::Slashes::plain, text); }
-  void write(const UUID& value) { write(value.text()); }
-  void write(const Date& value) { write(value.text()); }
+/// Whether the bytes are ASCII and stand for themselves in a string of JSON.
+constexpr bool isPlain(std::uint64_t word) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t high = ones * 0x80;
+  // Of bytes without their highest bit only those below what is taken away get it.
+  const std::uint64_t controls = word - ones * 0x20;
+  const std::uint64_t quotationMarks = (word ^ ones * '"') - ones;
+  const std::uint64_t backslashes = (word ^ ones * '\\') - ones;
+  return ((word | controls | quotationMarks | backslashes) & high) == 0;
+}
+
+/// Copies a text that is plain throughout; false for any other.
+bool copyPlain(std::string_view text, char* place) {
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  if (text.size() < step) {
+    char padded[step] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+    for (std::size_t index = 0; index < text.size(); ++index) {
+      padded[index] = place[index] = text[index];
+    }
+    return isPlain(wordAt(padded));
+  }
+  std::size_t position = 0;
+  while (true) {
+    const std::uint64_t word = wordAt(text.data() + position);
+    if (!isPlain(word)) return false;
+    std::memcpy(place + position, &word, step);
+    if (position == text.size() - step) return true;
+    position = std::min(position + step, text.size() - step);  // the last two may overlap
+  }
+}
+
+/// Writes values of every type that a record's field can have.
+class Encoder final : private JSON::Sink {
+ public:
+  Encoder() : text_(usualSize, '\0') {}
+
+  /// What was written, as a line.
+  std::string line() && {
+    *room(1) = '\n';
+    text_.resize(size_ + 1);
+    return std::move(text_);
+  }
+
+  void write(bool value) { append(value ? std::string_view("true") : "false"); }
+  void write(std::int32_t value) { write(std::int64_t{value}); }
+  void write(std::int64_t value) {
+    char* const place = room(longestInteger);
+    size_ +=
+        static_cast<std::size_t>(std::to_chars(place, place + longestInteger, value).ptr - place);
+  }
+
+  void write(const std::string& value) {
+    char* const place = room(value.size() + 2);
+    if (copyPlain(value, place + 1)) {
+      place[0] = place[value.size() + 1] = '"';
+      size_ += value.size() + 2;
+    } else if (Text::isUTF8(value)) {
+      JSON::write(JSON::Value::ofString(value), JSON::Slashes::plain, *this);
+    } else {
+      write(Text::repaired(value));
+    }
+  }
+
+  /// A value whose text has a fixed size: an identifier, a date.
+  template <class Type>
+  requires requires { Type::textSize; }
+  void write(const Type& value) {
+    char* const place = room(Type::textSize + 2);
+    place[0] = '"';
+    value.write(place + 1);
+    place[Type::textSize + 1] = '"';
+    size_ += Type::textSize + 2;
+  }
 
   template <Enumeration Type>
   void write(Type value) {
-    text.push_back('"');
-    text.append(wireName(value));
-    text.push_back('"');
+    append('"');
+    append(wireName(value));
+    append('"');
   }
 
   template <class Element>
   void write(const std::vector<Element>& elements) {
-    text.push_back('[');
-    bool first = true;
+    append('[');
     for (const Element& element : elements) {
-      if (!std::exchange(first, false)) text.push_back(',');
+      if (&element != elements.data()) append(',');
       write(element);
     }
-    text.push_back(']');
+    append(']');
   }
 
   template <Record Type>
   void write(const Type& record) {
-    text.push_back('{');
-    bool first = true;
+    append('{');
+    const std::size_t first = size_;
     [&]<std::size_t... place>(std::index_sequence<place...>) {
       (writeField<fieldOrder<Type>[place]>(record, first), ...);
     }
     (std::make_index_sequence<fieldOrder<Type>.size()>());
-    text.push_back('}');
+    append('}');
   }
 
+ private:
+  static constexpr std::size_t usualSize = 2048;     // bytes
+  static constexpr std::size_t longestInteger = 20;  // bytes of one of 64 bits
+
+  /// Where the next `count` bytes go.
+  char* room(std::size_t count) {
+    if (count > text_.size() - size_) [[unlikely]] {
+      text_.resize(2 * (text_.size() + count));
+    }
+    return text_.data() + size_;
+  }
+
+  void append(std::string_view piece) override {
+    std::memcpy(room(piece.size()), piece.data(), piece.size());
+    size_ += piece.size();
+  }
+  void append(char byte) {
+    *room(1) = byte;
+    ++size_;
+  }
+
+  /// `first` is the size of the text where the record's first field begins.
   template <std::size_t index, Record Type>
-  void writeField(const Type& record, bool& first) {
+  void writeField(const Type& record, std::size_t first) {
     const auto& value = record.*std::get<index>(Type::fields).member;
     constexpr bool mayBeAbsent = isOptional<std::remove_cvref_t<decltype(value)>>;
     if constexpr (mayBeAbsent) {
       if (!value) return;
     }
     constexpr auto& start = fieldStart<Type, index>;
-    const std::size_t comma = std::exchange(first, false) ? 0 : 1;
-    text.append(start.data() + 1 - comma, start.size() - 1 + comma);
+    char* const place = room(start.size() + 1);
+    const std::size_t comma = size_ == first ? 0 : 1;
+    *place = ',';
+    std::memcpy(place + comma, start.data(), start.size());
+    size_ += comma + start.size();
     if constexpr (mayBeAbsent) {
       write(*value);
     } else {
       write(value);
     }
   }
+
+  std::string text_;  // longer than what was written
+  std::size_t size_ = 0;
 };
+
+/// The value of each field of a record in an object, in the order of the record's fields; null for
+/// those that are missing. Fields and members are both sorted: both are walked once, side by side.
+template <Record Type>
+auto valuesOf(const JSON::Value& object) {
+  std::array<const JSON::Value*, fieldOrder<Type>.size()> values{};
+  auto members = object.members();
+  const auto take = [&]<std::size_t index>(std::integral_constant<std::size_t, index>) {
+    constexpr std::string_view key = std::get<index>(Type::fields).key;
+    for (; !members.empty(); members = members.subspan(1)) {
+      const JSON::Member& member = members.front();
+      if (member.key == key) {
+        values[index] = member.value.type() == JSON::Value::Type::null ? nullptr : &member.value;
+        members = members.subspan(1);
+        return;
+      }
+      if (member.key > key) return;
+    }
+  };
+  [&]<std::size_t... place>(std::index_sequence<place...>) {
+    (take(std::integral_constant<std::size_t, fieldOrder<Type>[place]>()), ...);
+  }
+  (std::make_index_sequence<fieldOrder<Type>.size()>());
+  return values;
+}
 
 /// Reads values of every type that a record's field can have. A failed read leaves where and what
 /// in `place` and `problem`.
 struct Decoder {
+  /// Elements that room is made for before they are seen to be good.
+  static constexpr std::size_t mostReserved = 1024;
+
   std::string place{};
   std::string problem{};
 
@@ -152,7 +272,7 @@ struct Decoder {
   bool read(const JSON::Value& json, std::string& value) {
     const auto string = json.asString();
     if (!string) return fail("not a string");
-    value = *string;
+    value.assign(*string);
     return true;
   }
 
@@ -184,6 +304,7 @@ struct Decoder {
     if (!json.isArray()) return fail("not an array");
     elements.clear();
     for (const JSON::Value& element : json.elements()) {
+      if (elements.empty()) elements.reserve(std::min(json.elements().size(), mostReserved));
       if (!read(element, elements.emplace_back())) {
         return at("[" + std::to_string(elements.size() - 1) + "]");
       }
@@ -194,19 +315,21 @@ struct Decoder {
   template <Record Type>
   bool read(const JSON::Value& json, Type& record) {
     if (!json.isObject()) return fail("not an object");
-    return std::apply([&](const auto&... field) { return (readField(json, record, field) && ...); },
-                      Type::fields);
+    const auto values = valuesOf<Type>(json);
+    return [&]<std::size_t... index>(std::index_sequence<index...>) {
+      return (readField(values[index], record, std::get<index>(Type::fields)) && ...);
+    }
+    (std::make_index_sequence<values.size()>());
   }
 
+  /// `json` is null for a field that is missing.
   template <class Owner, class Member>
-  bool readField(const JSON::Value& json, Owner& record, const Field<Owner, Member>& field) {
-    const JSON::Value* const value = json.find(field.key);
-    const bool missing = !value || value->type() == JSON::Value::Type::null;
+  bool readField(const JSON::Value* json, Owner& record, const Field<Owner, Member>& field) {
     bool good = false;
     if constexpr (isOptional<Member>) {
-      good = missing || read(*value, (record.*field.member).emplace());
+      good = !json || read(*json, (record.*field.member).emplace());
     } else {
-      good = missing ? fail("missing") : read(*value, record.*field.member);
+      good = json ? read(*json, record.*field.member) : fail("missing");
     }
     return good || at("." + std::string(field.key));
   }
@@ -250,36 +373,41 @@ ControlResponse ControlResponse::failure(std::string message) {
 
 namespace ControlCoding {
 
-template <class Record>
-std::string line(const Record& record) {
-  std::string text;
-  Encoder{text}.write(record);
-  text.push_back('\n');
-  return text;
+template <Record Type>
+std::string line(const Type& record) {
+  Encoder encoder;
+  encoder.write(record);
+  return std::move(encoder).line();
 }
 
-template <class Record>
-Result<Record, Failure> decode(const JSON::Value& value) {
+template <Record Type>
+Result<Type, Failure> decode(const JSON::Value& value) {
   Decoder decoder;
-  Record record;
-  if (decoder.read(value, record)) return record;
+  Result<Type, Failure> result{Type{}};
+  if (decoder.read(value, *result)) return result;
   std::string where = decoder.place.starts_with('.') ? decoder.place.substr(1) : decoder.place;
   if (!where.empty()) where += ": ";
   return Failure{where + decoder.problem, std::nullopt};
 }
 
-template <class Record>
-Result<Record, Failure> decode(std::string text) {
+template <Record Type>
+Result<Type, Failure> decodeInPlace(std::span<char> text) {
   JSON::SyntaxError error;
   const auto document = JSON::Document::parse(text, {}, &error);
   if (!document) return Failure{"not JSON: " + error.reason, error.offset};
-  return decode<Record>(document->root());
+  return decode<Type>(document->root());
 }
 
-#define CORVANE_CODED(Record)                                        \
-  template std::string line(const Record&);                          \
-  template Result<Record, Failure> decode<Record>(std::string text); \
-  template Result<Record, Failure> decode<Record>(const JSON::Value& value)
+template <Record Type>
+Result<Type, Failure> decode(std::string text) {
+  return decodeInPlace<Type>(text);
+}
+
+#define CORVANE_CODED(Type)                                            \
+  template std::string line(const Type&);                              \
+  template Result<Type, Failure> decode<Type>(std::string text);       \
+  template Result<Type, Failure> decodeInPlace<Type>(std::span<char>); \
+  template Result<Type, Failure> decode<Type>(const JSON::Value& value)
 CORVANE_CODED(ControlRequest);
 CORVANE_CODED(ControlResponse);
 CORVANE_CODED(ControlEvent);
@@ -305,6 +433,7 @@ std::optional<std::string> path(std::string_view appName,
     base = System::applicationSupportFolder();
   }
   if (!base) return std::nullopt;
+  while (base->ends_with('/')) base->pop_back();
   return base->append("/").append(appName).append("/").append(fileName);
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -19,9 +20,9 @@
 #include "CorvaneControl/Result.h"
 #include "CorvaneControl/UUID.h"
 
-/// The records of the control socket and their form in JSON. All are plain values, compared field
-/// by field; their JSON keys are what `fields` lists. An absent field is left out of the object and
-/// never written as null.
+/// The records of the control socket and their form in JSON. All are plain values, compared and
+/// hashed field by field; their JSON keys are what `fields` lists. An absent field is left out of
+/// the object and never written as null.
 namespace CorvaneControl {
 
 /// Looks up an environment variable; absent when it is not set.
@@ -62,16 +63,25 @@ struct CmuxPane {
 struct ApplicationHost {
   std::string bundleID{};
   std::int32_t pid = 0;
+
+  static constexpr auto fields = std::tuple{Field{"bundleID", &ApplicationHost::bundleID},
+                                            Field{"pid", &ApplicationHost::pid}};
   bool operator==(const ApplicationHost&) const = default;
 };
 struct TmuxHost {
   std::string tty{};       ///< The pane's terminal device.
   std::int32_t shell = 0;  ///< The process identifier of the pane's shell.
+
+  static constexpr auto fields =
+      std::tuple{Field{"tty", &TmuxHost::tty}, Field{"shell", &TmuxHost::shell}};
   bool operator==(const TmuxHost&) const = default;
 };
 struct CmuxHost {
   std::int32_t pid = 0;
   CmuxPane pane{};
+
+  static constexpr auto fields =
+      std::tuple{Field{"pid", &CmuxHost::pid}, Field{"pane", &CmuxHost::pane}};
   bool operator==(const CmuxHost&) const = default;
 };
 using AgentHost = std::variant<ApplicationHost, TmuxHost, CmuxHost>;
@@ -84,12 +94,13 @@ struct Attention {
   Date since{};
   std::optional<std::string> session{};  ///< The agent's session identifier.
   std::optional<std::string> folder{};   ///< The agent's working folder.
-  std::optional<AgentHost> host{};       ///< Off the wire on purpose, so not in `fields`.
+  std::optional<AgentHost> host{};       ///< Off the wire on purpose.
 
   static constexpr auto fields =
       std::tuple{Field{"agent", &Attention::agent},     Field{"kind", &Attention::kind},
                  Field{"message", &Attention::message}, Field{"since", &Attention::since},
                  Field{"session", &Attention::session}, Field{"folder", &Attention::folder}};
+  static constexpr auto unsent = std::tuple{Field{"host", &Attention::host}};
   bool operator==(const Attention&) const = default;
 
   /// "Claude asks for you" or "Claude is done"; the bare endings for an empty agent.
@@ -228,19 +239,24 @@ struct Failure {
 };
 
 /// A record as one line: a compact object with keys sorted by UTF-8 bytes at every level, plain
-/// slashes, and one line feed. Never fails; `Record` is any record of this header.
-template <class Record>
-std::string line(const Record& record);
+/// slashes, and one line feed. Never fails: text that is not UTF-8 is repaired with U+FFFD, so that
+/// whatever is written can be read. `Type` is any record of this header.
+template <Record Type>
+std::string line(const Type& record);
 
 /// Reads one record from one JSON text (a line without its terminator). Keys the record does not
 /// know are ignored; a required field that is missing, and any field of the wrong type, fails the
 /// whole. Null counts as missing. Integers may be written in any way that is integral.
-template <class Record>
-Result<Record, Failure> decode(std::string text);
+template <Record Type>
+Result<Type, Failure> decode(std::string text);
+
+/// The same without a copy of the text, which is overwritten.
+template <Record Type>
+Result<Type, Failure> decodeInPlace(std::span<char> text);
 
 /// The same from a value that is already parsed.
-template <class Record>
-Result<Record, Failure> decode(const JSON::Value& value);
+template <Record Type>
+Result<Type, Failure> decode(const JSON::Value& value);
 
 }  // namespace ControlCoding
 

@@ -81,19 +81,22 @@ std::optional<std::int64_t> takeOffset(std::string_view& text) {
   return ahead ? *offset : -*offset;
 }
 
-void appendNumber(std::string& text, std::int64_t number, std::size_t digits) {
-  const std::size_t start = text.size();
-  text.append(digits, '0');
-  for (std::size_t place = text.size(); place > start; number /= 10) {
-    text[--place] = static_cast<char>('0' + number % 10);
+/// Writes `number` with so many digits, and gives the place behind them.
+char* writeNumber(char* place, std::int64_t number, int digits) {
+  for (int digit = digits - 1; digit >= 0; --digit, number /= 10) {
+    place[digit] = static_cast<char>('0' + number % 10);
   }
+  return place + digits;
 }
 
 }  // namespace
 
 Date Date::now() {
-  const auto elapsed = std::chrono::system_clock::now().time_since_epoch();
-  return {std::chrono::floor<std::chrono::seconds>(elapsed).count()};
+  using std::chrono::nanoseconds;
+  using std::chrono::seconds;
+  const nanoseconds elapsed = std::chrono::system_clock::now().time_since_epoch();
+  const auto whole = std::chrono::floor<seconds>(elapsed);
+  return {whole.count(), static_cast<std::uint32_t>((elapsed - whole).count())};
 }
 
 std::optional<Date> Date::parse(std::string_view text) {
@@ -109,24 +112,28 @@ std::optional<Date> Date::parse(std::string_view text) {
 }
 
 std::string Date::text() const {
+  std::string text(textSize, '\0');
+  write(text.data());
+  return text;
+}
+
+void Date::write(char* place) const {
   const std::int64_t written = std::clamp(seconds, earliest, latest);
   const auto days = std::chrono::floor<std::chrono::days>(std::chrono::seconds(written));
   const year_month_day date{sys_days(days)};
   const std::int64_t time = written - startOfDay(date);
-  std::string result;
-  result.reserve(20);
-  appendNumber(result, int{date.year()}, 4);
-  result += '-';
-  appendNumber(result, unsigned{date.month()}, 2);
-  result += '-';
-  appendNumber(result, unsigned{date.day()}, 2);
-  result += 'T';
-  appendNumber(result, time / 3600, 2);
-  result += ':';
-  appendNumber(result, time / 60 % 60, 2);
-  result += ':';
-  appendNumber(result, time % 60, 2);
-  return result += 'Z';
+  place = writeNumber(place, int{date.year()}, 4);
+  *place++ = '-';
+  place = writeNumber(place, unsigned{date.month()}, 2);
+  *place++ = '-';
+  place = writeNumber(place, unsigned{date.day()}, 2);
+  *place++ = 'T';
+  place = writeNumber(place, time / 3600, 2);
+  *place++ = ':';
+  place = writeNumber(place, time / 60 % 60, 2);
+  *place++ = ':';
+  place = writeNumber(place, time % 60, 2);
+  *place = 'Z';
 }
 
 }  // namespace CorvaneControl

@@ -1,7 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string_view>
+#include <tuple>
+
+#include "CorvaneControl/Hash.h"
 
 namespace CorvaneControl {
 
@@ -17,6 +23,18 @@ struct Field {
 // Clang before 17 does not deduce these itself.
 template <class Owner, class Member>
 Field(std::string_view, Member Owner::*) -> Field<Owner, Member>;
+
+/// A record: it lists its fields, and compares by value.
+template <class Type>
+concept Record = requires {
+  Type::fields;
+};
+
+/// Fields of a record that never travel; a record that has some lists them in `unsent`.
+template <class Type>
+concept HasUnsentFields = requires {
+  Type::unsent;
+};
 
 /// One value of an enumeration and the text it travels as. An enumeration lists its values once, in
 /// a function `wireNames` beside it, and both directions use that list.
@@ -48,3 +66,19 @@ constexpr std::optional<Enumeration> wireValue(std::string_view name) {
 }
 
 }  // namespace CorvaneControl
+
+/// Every record can be hashed, by every field.
+template <CorvaneControl::Record Type>
+struct std::hash<Type> {
+  std::size_t operator()(const Type& record) const {
+    std::uint64_t combined = 0;
+    const auto add = [&](const auto&... field) {
+      ((combined =
+            CorvaneControl::combinedHash(combined, CorvaneControl::hashOf(record.*field.member))),
+       ...);
+    };
+    std::apply(add, Type::fields);
+    if constexpr (CorvaneControl::HasUnsentFields<Type>) std::apply(add, Type::unsent);
+    return static_cast<std::size_t>(combined);
+  }
+};

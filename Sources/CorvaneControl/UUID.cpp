@@ -1,55 +1,62 @@
 #include "CorvaneControl/UUID.h"
 
-#include <cstddef>
 #include <cstring>
+
+#include "CorvaneControl/Hash.h"
 
 namespace CorvaneControl {
 
 namespace {
 
-constexpr std::size_t textSize = 36;  // bytes
+/// Where the first digit of each byte stands in the text form.
+constexpr std::array<std::uint8_t, 16> places = {0,  2,  4,  6,  9,  11, 14, 16,
+                                                 19, 21, 24, 26, 28, 30, 32, 34};
+constexpr std::array<std::uint8_t, 4> hyphens = {8, 13, 18, 23};
 
-/// Whether a hyphen stands at this place of the text form: 8, 4, 4, 4 and 12 digits.
-bool isHyphenPlace(std::size_t place) {
-  return place == 8 || place == 13 || place == 18 || place == 23;
-}
+constexpr std::uint8_t noDigit = 0xFF;
 
-std::optional<std::uint8_t> hexadecimalDigit(char character) {
-  if (character >= '0' && character <= '9') return static_cast<std::uint8_t>(character - '0');
-  if (character >= 'a' && character <= 'f') return static_cast<std::uint8_t>(character - 'a' + 10);
-  if (character >= 'A' && character <= 'F') return static_cast<std::uint8_t>(character - 'A' + 10);
-  return std::nullopt;
-}
+/// The value of each byte as a hexadecimal digit, `noDigit` for those that are none.
+constexpr auto values = [] {
+  std::array<std::uint8_t, 256> table{};
+  table.fill(noDigit);
+  for (std::uint8_t value = 0; value < 16; ++value) {
+    table[static_cast<unsigned char>("0123456789abcdef"[value])] = value;
+    table[static_cast<unsigned char>("0123456789ABCDEF"[value])] = value;
+  }
+  return table;
+}();
 
 }  // namespace
 
 std::optional<UUID> UUID::parse(std::string_view text) {
   if (text.size() != textSize) return std::nullopt;
-  UUID identifier;
-  std::size_t digits = 0;
-  for (std::size_t place = 0; place < textSize; ++place) {
-    if (isHyphenPlace(place)) {
-      if (text[place] != '-') return std::nullopt;
-      continue;
-    }
-    const auto digit = hexadecimalDigit(text[place]);
-    if (!digit) return std::nullopt;
-    std::uint8_t& byte = identifier.bytes[digits++ / 2];
-    byte = static_cast<std::uint8_t>(byte << 4 | *digit);
+  for (const std::uint8_t place : hyphens) {
+    if (text[place] != '-') return std::nullopt;
   }
+  UUID identifier;
+  std::uint8_t all = 0;
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    const std::uint8_t high = values[static_cast<unsigned char>(text[places[index]])];
+    const std::uint8_t low = values[static_cast<unsigned char>(text[places[index] + 1U])];
+    identifier.bytes[index] = static_cast<std::uint8_t>(high << 4 | low);
+    all |= high | low;
+  }
+  if (all == noDigit) return std::nullopt;
   return identifier;
 }
 
 std::string UUID::text() const {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string result;
-  result.reserve(textSize);
-  for (const std::uint8_t byte : bytes) {
-    if (isHyphenPlace(result.size())) result += '-';
-    result += digits[byte >> 4];
-    result += digits[byte & 0x0F];
+  std::string text(textSize, '\0');
+  write(text.data());
+  return text;
+}
+
+void UUID::write(char* place) const {
+  for (const std::uint8_t hyphen : hyphens) place[hyphen] = '-';
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    place[places[index]] = "0123456789ABCDEF"[bytes[index] >> 4];
+    place[places[index] + 1U] = "0123456789ABCDEF"[bytes[index] & 15];
   }
-  return result;
 }
 
 }  // namespace CorvaneControl
@@ -59,6 +66,5 @@ std::size_t std::hash<CorvaneControl::UUID>::operator()(
   std::uint64_t halves[2];
   static_assert(sizeof halves == sizeof identifier.bytes);
   std::memcpy(halves, identifier.bytes.data(), sizeof halves);
-  // Multiplying one half by an odd constant keeps equal halves from cancelling each other out.
-  return static_cast<std::size_t>(halves[0] ^ halves[1] * 0x9E3779B97F4A7C15);
+  return static_cast<std::size_t>(CorvaneControl::combinedHash(halves[0], halves[1]));
 }

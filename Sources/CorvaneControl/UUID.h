@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -15,8 +16,12 @@ struct UUID {
 
   /// Reads the canonical text form of 36 characters, in either case; absent for any other text.
   static std::optional<UUID> parse(std::string_view text);
+  static constexpr std::size_t textSize = 36;  ///< Bytes of the text form.
+
   /// The canonical text form, upper case.
   std::string text() const;
+  /// Writes the `textSize` bytes of that text to `place`.
+  void write(char* place) const;
 
   bool operator==(const UUID&) const = default;
   auto operator<=>(const UUID&) const = default;

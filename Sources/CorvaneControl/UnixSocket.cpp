@@ -14,12 +14,19 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/Transfer.h"
 
 namespace CorvaneControl {
 
 namespace UnixSocket {
 
 namespace {
+
+/// Whether a file can have that path. Otherwise some systems take the address for a name of another
+/// kind, which no file's permissions guard.
+bool isFilePath(std::string_view path) {
+  return !path.empty() && path.find('\0') == std::string_view::npos;
+}
 
 /// Closes `descriptor` and tells why, keeping the error number from what closing does to it.
 Failure closing(int descriptor, std::string_view call) {
@@ -69,6 +76,7 @@ Result<Address, Failure> unixAddress(std::string_view path) {
 Result<int, Failure> connect(std::string_view path, double timeout) {
   const auto address = unixAddress(path);
   if (!address) return address.failure();
+  if (!isFilePath(path)) return Failure::system("connect", ENOENT);
   const int descriptor = System::openStreamSocket();
   if (descriptor < 0) return Failure::system("socket", errno);
   // Set before connecting: where connecting waits for a full backlog, the write time-out bounds it.
@@ -80,6 +88,7 @@ Result<int, Failure> connect(std::string_view path, double timeout) {
 Result<int, Failure> listen(std::string_view path, int backlog) {
   const auto address = unixAddress(path);
   if (!address) return address.failure();
+  if (!isFilePath(path)) return Failure::system("listen", ENOENT);
   const int descriptor = System::openStreamSocket();
   if (descriptor < 0) return Failure::system("socket", errno);
   const std::string file(path);
@@ -104,15 +113,9 @@ void configure(int descriptor, double readTimeout, double writeTimeout) {
 bool peerIsCurrentUser(int descriptor) { return System::peerUser(descriptor) == ::getuid(); }
 
 bool write(std::string_view bytes, int descriptor) {
-  while (!bytes.empty()) {
-    const ssize_t count = System::writeToSocket(descriptor, bytes.data(), bytes.size());
-    if (count >= 0) {
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
+  return Transfer::writeAll(bytes, [&](const char* next, std::size_t count) {
+    return System::write(descriptor, next, count);
+  });
 }
 
 }  // namespace UnixSocket
@@ -152,14 +155,11 @@ std::string_view LineBuffer::nextLines() {
 
 bool LineReader::read() {
   std::array<char, 4096> chunk;
-  for (;;) {
-    const ssize_t count = ::read(fd, chunk.data(), chunk.size());
-    if (count > 0) {
-      buffer.append({chunk.data(), static_cast<std::size_t>(count)});
-      return true;
-    }
-    if (count == 0 || errno != EINTR) return false;
-  }
+  const ssize_t count =
+      Transfer::uninterrupted([&] { return ::read(fd, chunk.data(), chunk.size()); });
+  if (count <= 0) return false;
+  buffer.append({chunk.data(), static_cast<std::size_t>(count)});
+  return true;
 }
 
 std::optional<std::string_view> LineReader::next() {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -45,16 +46,19 @@ struct Address {
   sockaddr_un storage{};
   socklen_t length = 0;  ///< Bytes, to be passed along with `storage`.
 };
-/// The address of a path; fails with `pathTooLong` beyond `longestPath` bytes.
+/// The address of a path; fails with `pathTooLong` beyond `longestPath` bytes. Does not ask whether
+/// a file can have that path; `connect` and `listen` do.
 Result<Address, Failure> unixAddress(std::string_view path);
 
 /// Connects a new socket to the listener at `path`. Reads on it time out after `timeout` seconds
 /// (0: never), writes after `connectionWriteTimeout`; so does the connecting itself where the
-/// system waits for a listener whose backlog is full.
+/// system waits for a listener whose backlog is full. At an empty path and one with a NUL there is
+/// no file: `system("connect", ENOENT)`.
 Result<int, Failure> connect(std::string_view path, double timeout);
 
 /// Listens at `path`, in the place of whatever file is there; the socket file is the owner's alone
-/// (mode 600). Failures of binding and of the permissions are `system("listen", code)` as well.
+/// (mode 600). Failures of binding and of the permissions are `system("listen", code)` as well; so
+/// is a path that no file can have (ENOENT), and nothing is removed then.
 Result<int, Failure> listen(std::string_view path, int backlog);
 
 /// Keeps a broken pipe on `descriptor` from raising a signal and sets its time-outs in seconds; 0
@@ -62,11 +66,12 @@ Result<int, Failure> listen(std::string_view path, int backlog);
 /// time value is a programming error that ends the process.
 void configure(int descriptor, double readTimeout, double writeTimeout);
 
-/// Whether the other end runs (effectively) as the user that this process belongs to.
+/// Whether the other end runs (effectively) as the user that this process belongs to; false for
+/// whatever has no other end, such as a listening socket.
 bool peerIsCurrentUser(int descriptor);
 
-/// Writes every byte; false at any failure, an expired time-out included. The connection stays
-/// open.
+/// Writes every byte to a descriptor of any kind; false at any failure, an expired time-out
+/// included. The descriptor stays open.
 [[nodiscard]] bool write(std::string_view bytes, int descriptor);
 
 }  // namespace UnixSocket
@@ -84,6 +89,12 @@ class LineBuffer {
   /// Takes the next complete line off the front; absent when there is none. The view holds until
   /// the next call of `append`.
   std::optional<std::string_view> nextLine();
+
+  /// The bytes of the line that was taken last, to be changed where they stand.
+  std::span<char> inPlace(std::string_view line) {
+    return std::span(pending_).subspan(static_cast<std::size_t>(line.data() - pending_.data()),
+                                       line.size());
+  }
 
   /// Takes all complete lines off the front at once, with their line feeds; empty when there is
   /// none. The view holds until the next call of `append`.

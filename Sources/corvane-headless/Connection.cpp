@@ -44,7 +44,7 @@ void Connection::transmit() {
 
 void Connection::probe() {
   // Nothing is sent, but a socket without another end says so.
-  if (System::writeToSocket(socket_, "", 0) < 0 && errno != EAGAIN && errno != EINTR) gone_ = true;
+  if (System::write(socket_, "", 0) < 0 && errno != EAGAIN && errno != EINTR) gone_ = true;
 }
 
 void Connection::stopReceiving() {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "CorvaneControl/UnixSocket.h"
@@ -33,6 +34,8 @@ class Connection {
   void receive();
   /// The next whole line, when there is one. The view holds until the next `receive`.
   std::optional<std::string_view> nextLine();
+  /// The bytes of that line, to be changed where they stand.
+  std::span<char> inPlace(std::string_view line) { return input_.inPlace(line); }
   /// Whether the request that is coming in is beyond `longestRequest`.
   bool isTooLong() const { return input_.count() > longestRequest; }
 

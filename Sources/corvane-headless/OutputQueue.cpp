@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/Transfer.h"
 
 namespace CorvaneControl::Headless {
 
@@ -38,38 +39,32 @@ void OutputQueue::took(std::size_t count) {
   if (bytes_.capacity() > keptCapacity) bytes_.shrink_to_fit();
 }
 
-OutputQueue::Outcome OutputQueue::writeToSocket(int socket) {
+template <class Write>
+OutputQueue::Outcome OutputQueue::pass(Write write) {
   while (!isEmpty()) {
-    const ssize_t count = System::writeToSocket(socket, bytes_.data() + written_, size());
-    if (count >= 0) {
-      took(static_cast<std::size_t>(count));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      return Outcome::blocked;
-    } else if (errno != EINTR) {
-      return Outcome::failed;
+    const ssize_t count =
+        Transfer::uninterrupted([&] { return write(bytes_.data() + written_, size()); });
+    if (count < 0) {
+      return errno == EAGAIN || errno == EWOULDBLOCK ? Outcome::blocked : Outcome::failed;
     }
+    took(static_cast<std::size_t>(count));
   }
   return Outcome::empty;
 }
 
+OutputQueue::Outcome OutputQueue::writeToSocket(int socket) {
+  return pass(
+      [&](const char* bytes, std::size_t count) { return System::write(socket, bytes, count); });
+}
+
 OutputQueue::Outcome OutputQueue::writeWhileReady(int descriptor) {
-  while (!isEmpty()) {
+  return pass([&](const char* bytes, std::size_t count) -> ssize_t {
     pollfd polled{.fd = descriptor, .events = POLLOUT, .revents = 0};
     const int ready = ::poll(&polled, 1, 0);
-    if (ready < 0 && errno != EINTR) return Outcome::failed;
-    if (ready == 0) return Outcome::blocked;
-    if (ready < 0) continue;
-    const ssize_t count =
-        ::write(descriptor, bytes_.data() + written_, std::min<std::size_t>(size(), PIPE_BUF));
-    if (count >= 0) {
-      took(static_cast<std::size_t>(count));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      return Outcome::blocked;
-    } else if (errno != EINTR) {
-      return Outcome::failed;
-    }
-  }
-  return Outcome::empty;
+    if (ready == 0) errno = EAGAIN;
+    if (ready <= 0) return -1;
+    return ::write(descriptor, bytes, std::min<std::size_t>(count, PIPE_BUF));
+  });
 }
 
 }  // namespace CorvaneControl::Headless

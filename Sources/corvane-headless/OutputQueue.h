@@ -34,6 +34,9 @@ class OutputQueue {
 
  private:
   void took(std::size_t count);
+  /// Passes the bytes to `write` until it has taken them all or fails.
+  template <class Write>
+  Outcome pass(Write write);
 
   std::string bytes_{};
   std::size_t written_ = 0;

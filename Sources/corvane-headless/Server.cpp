@@ -82,7 +82,7 @@ Server::Waiting Server::whatToWaitFor() const {
         !connection->hasMoreLines && connection->unsent() <= Connection::mostAnswers;
     // Who waits for an answer is listened to all the same: it may hang up.
     const bool reads = !connection->inputHasEnded() && (takesRequests || connection->awaitsAnswer);
-    short events = reads ? POLLIN : 0;
+    short events = reads ? POLLIN : POLLHUP;  // some systems tell of nothing when asked for nothing
     if (connection->unsent() > 0) events |= POLLOUT;
     waiting.polled.push_back(
         polledFor(connection->mustBeProbed ? -1 : connection->socket(), events));
@@ -174,7 +174,7 @@ void Server::takeRequests(ConnectionID id, Connection& connection) {
 
 void Server::take(ConnectionID id, Connection& connection, std::string_view line) {
   connection.awaitsAnswer = true;
-  const auto request = ControlCoding::decode<ControlRequest>(std::string(line));
+  const auto request = ControlCoding::decodeInPlace<ControlRequest>(connection.inPlace(line));
   if (request) {
     application_.request(id, *request);
     return;

@@ -9,7 +9,6 @@
 #include <variant>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,15 +34,6 @@ namespace System = CorvaneControl::System;
 constexpr int usageError = 2;
 /// Connections beyond this number wait; more than the system gives by itself, and than it allows.
 constexpr rlim_t descriptorsWanted = 10240;
-
-/// Occupies the standard descriptors that are closed, so that no client takes the place of one.
-void occupyStandardDescriptors() {
-  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-    if (::fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-      ::open("/dev/null", O_RDWR);  // takes the lowest number that is free: this one
-    }
-  }
-}
 
 void raiseDescriptorLimit() {
   rlimit limit{};
@@ -122,16 +112,6 @@ int serve(const CommandLine::Serve& options) {
   return EXIT_SUCCESS;
 }
 
-/// The current folder; absent when it is gone, or not to be seen.
-std::optional<std::string> currentFolder() {
-  std::vector<char> folder(4096);
-  while (::getcwd(folder.data(), folder.size()) == nullptr) {
-    if (errno != ERANGE) return std::nullopt;
-    folder.resize(folder.size() * 2);
-  }
-  return folder.data();
-}
-
 /// The absolute path of the tool that agents are to call; absent when nobody knows it.
 std::optional<std::string> toolFor(const CommandLine::Hooks& options) {
   if (!options.tool) {
@@ -142,7 +122,7 @@ std::optional<std::string> toolFor(const CommandLine::Hooks& options) {
   std::string_view tool = *options.tool;
   if (tool.starts_with('/')) return options.tool;
   if (tool.starts_with("./")) tool.remove_prefix(2);
-  auto folder = currentFolder();
+  auto folder = System::currentFolder();
   if (folder) folder->append("/").append(tool);
   return folder;
 }
@@ -175,7 +155,10 @@ int act(const CommandLine::Parsed& parsed) {
 }  // namespace
 
 int main(int count, char** words) {
-  occupyStandardDescriptors();
+  // No client may take the place of one.
+  if (!System::occupyStandardDescriptors()) {
+    return fail("standard descriptors: " + System::errorText(errno));
+  }
   // As they are: names of files need not be UTF-8.
   return act(CommandLine::parse({words + std::min(count, 1), words + count}));
 }

@@ -1,5 +1,6 @@
 #include "Driver.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -22,6 +23,7 @@
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Platform/Transfer.h"
 #include "CorvaneControl/UnixSocket.h"
 #include "Printing.h"
 #include "StandardInput.h"
@@ -29,6 +31,7 @@
 namespace {
 
 namespace CommandLine = CorvaneControl::ControlCommandLine;
+namespace ControlCoding = CorvaneControl::ControlCoding;
 using CorvaneControl::ControlRequest;
 using CorvaneControl::ControlResponse;
 using CorvaneControl::LineReader;
@@ -57,20 +60,18 @@ constexpr double permissionTimeout = 590;
 /// it did.
 [[noreturn]] void end(ExitStatus status) { ::_exit(static_cast<int>(status)); }
 
-/// Writes every byte, also to a descriptor that somebody else made non-blocking.
+/// Writes every byte, also to a descriptor that somebody else made non-blocking; false and `errno`
+/// at failure.
 bool write(std::string_view bytes, int descriptor) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count >= 0) {
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno == EAGAIN) {
+  return CorvaneControl::Transfer::writeAll(bytes, [&](const char* next, std::size_t count) {
+    ssize_t written = ::write(descriptor, next, count);
+    while (written < 0 && errno == EAGAIN) {
       pollfd writable{descriptor, POLLOUT, 0};
       ::poll(&writable, 1, -1);
-    } else if (errno != EINTR) {
-      return false;
+      written = ::write(descriptor, next, count);
     }
-  }
-  return true;
+    return written;
+  });
 }
 
 [[noreturn]] void fail(std::string message, ExitStatus status) {
@@ -79,27 +80,26 @@ bool write(std::string_view bytes, int descriptor) {
   end(status);
 }
 
-/// Prints the last thing that there is to say.
-[[noreturn]] void finish(std::string_view text) {
-  end(write(text, STDOUT_FILENO) ? ExitStatus::success : ExitStatus::refused);
+/// Says why standard output takes nothing.
+[[noreturn]] void failWriting(int code, ExitStatus status) {
+  fail("The output can't be written: " + CorvaneControl::System::errorText(code), status);
 }
 
+/// Prints the last thing that there is to say.
+[[noreturn]] void finish(std::string_view text) {
+  if (!write(text, STDOUT_FILENO)) failWriting(errno, ExitStatus::refused);
+  end(ExitStatus::success);
+}
+
+/// Seconds to wait for an answer, by command in the order of their declaration; 0 waits for ever.
+constexpr std::array readTimeouts = {
+    std::pair(Command::list, 10),     std::pair(Command::current, 10),
+    std::pair(Command::switchTo, 10), std::pair(Command::launch, 240),
+    std::pair(Command::stop, 60),     std::pair(Command::subscribe, 0),
+    std::pair(Command::notify, 1)};
+
 double readTimeout(Command command) {
-  switch (command) {
-    case Command::list:
-    case Command::current:
-    case Command::switchTo:
-      return 10;
-    case Command::launch:
-      return 240;
-    case Command::stop:
-      return 60;
-    case Command::subscribe:
-      return 0;
-    case Command::notify:
-      return 1;
-  }
-  return 0;
+  return std::ranges::find(readTimeouts, command, &std::pair<Command, int>::first)->second;
 }
 
 /// The paths to try, in this order. A command inside an application talks to that one only.
@@ -126,7 +126,12 @@ Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
   auto failure = CorvaneControl::UnixSocket::Failure::system("connect", ENOENT);
   for (const std::string& path : socketPaths()) {
     auto connection = CorvaneControl::UnixSocket::connect(path, timeout);
-    if (connection) return connection;
+    if (connection && *connection > STDERR_FILENO) return connection;
+    if (connection) {
+      // A standard descriptor could not be occupied: what is printed would go to the application.
+      ::close(*connection);
+      return CorvaneControl::UnixSocket::Failure::system("socket", EBADF);
+    }
     failure = connection.failure();
   }
   return failure;
@@ -134,7 +139,7 @@ Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
 
 /// Waits until the socket has something to read; false once nobody reads standard output any more.
 bool waitForInput(int socket) {
-  std::array<pollfd, 2> waited = {pollfd{socket, POLLIN, 0}, pollfd{STDOUT_FILENO, 0, 0}};
+  std::array<pollfd, 2> waited = {pollfd{socket, POLLIN, 0}, pollfd{STDOUT_FILENO, POLLHUP, 0}};
   for (;;) {
     if (::poll(waited.data(), waited.size(), -1) < 0) {
       if (errno != EINTR) return false;
@@ -153,7 +158,9 @@ bool waitForInput(int socket) {
   for (;;) {
     errno = 0;
     if (const auto lines = reader.nextLines()) {
-      if (!write(*lines, STDOUT_FILENO)) end(ExitStatus::unreachable);
+      if (write(*lines, STDOUT_FILENO)) continue;
+      if (errno == EPIPE) end(ExitStatus::unreachable);  // like any filter
+      failWriting(errno, ExitStatus::unreachable);
     } else if (errno != EAGAIN) {
       fail("Corvane quit.", ExitStatus::unreachable);
     } else if (!waitForInput(socket)) {
@@ -162,13 +169,12 @@ bool waitForInput(int socket) {
   }
 }
 
-std::optional<ControlResponse> answer(int socket) {
+/// The application's answer; a failure when there is none in time, or none that can be read.
+Result<ControlResponse, ControlCoding::Failure> answer(int socket) {
   LineReader reader(socket);
   const auto line = reader.next();
-  if (!line) return std::nullopt;
-  auto response = CorvaneControl::ControlCoding::decode<ControlResponse>(std::string(*line));
-  if (!response) return std::nullopt;
-  return *std::move(response);
+  if (!line) return ControlCoding::Failure{"no line"};
+  return ControlCoding::decodeInPlace<ControlResponse>(reader.buffer.inPlace(*line));
 }
 
 /// The exchange of `notify`: whatever goes wrong, silence.
@@ -179,7 +185,7 @@ std::optional<ControlResponse> answer(int socket) {
     CorvaneControl::UnixSocket::configure(*socket, permissionTimeout,
                                           CorvaneControl::UnixSocket::connectionWriteTimeout);
   }
-  if (!CorvaneControl::UnixSocket::write(CorvaneControl::ControlCoding::line(request), *socket)) {
+  if (!CorvaneControl::UnixSocket::write(ControlCoding::line(request), *socket)) {
     end(ExitStatus::success);
   }
   const auto response = answer(*socket);
@@ -197,8 +203,7 @@ std::optional<ControlResponse> answer(int socket) {
   if (!socket) {
     fail("Corvane isn't running, or is too old for corvanectl.", ExitStatus::unreachable);
   }
-  if (!CorvaneControl::UnixSocket::write(CorvaneControl::ControlCoding::line(run.request),
-                                         *socket)) {
+  if (!CorvaneControl::UnixSocket::write(ControlCoding::line(run.request), *socket)) {
     fail("Corvane closed the connection.", ExitStatus::unreachable);
   }
   if (command == Command::subscribe) follow(*socket);
@@ -226,8 +231,7 @@ std::optional<ControlResponse> answer(int socket) {
 }
 
 std::string currentDirectory() {
-  std::array<char, 4096> path;
-  return ::getcwd(path.data(), path.size()) ? CorvaneControl::Text::repaired(path.data()) : "";
+  return CorvaneControl::Text::repaired(CorvaneControl::System::currentFolder().value_or(""));
 }
 
 [[noreturn]] void act(std::span<char*> words, bool isNotify) {

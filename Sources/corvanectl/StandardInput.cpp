@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Platform/Transfer.h"
 
 namespace {
 
@@ -24,10 +25,6 @@ std::size_t remainingInFile(int descriptor) {
 }
 
 }  // namespace
-
-StandardInput::~StandardInput() {
-  if (data_ != small_) CorvaneControl::System::unmapMemory(data_, capacity_);
-}
 
 const CorvaneControl::JSON::Value* StandardInput::value() {
   if (!read_) {
@@ -61,14 +58,15 @@ bool StandardInput::readAll() {
       const std::size_t wanted = size_ + remainingInFile(STDIN_FILENO) + 1;
       if (!grow(std::max(wanted, capacity_ * 4))) return false;
     }
-    const ssize_t count = ::read(STDIN_FILENO, data_ + size_, capacity_ - size_);
+    const ssize_t count = CorvaneControl::Transfer::uninterrupted(
+        [&] { return ::read(STDIN_FILENO, data_ + size_, capacity_ - size_); });
     if (count == 0) return true;
     if (count > 0) {
       size_ += static_cast<std::size_t>(count);
     } else if (errno == EAGAIN) {  // somebody else made it non-blocking
       pollfd readable{STDIN_FILENO, POLLIN, 0};
       ::poll(&readable, 1, -1);
-    } else if (errno != EINTR) {
+    } else {
       return false;
     }
   }

@@ -6,13 +6,12 @@
 #include "CorvaneControl/JSON.h"
 
 /// What stands on standard input, read to its end and parsed when it is first asked for. The
-/// process has one.
+/// process has one, for as long as it runs: its memory is never given back.
 class StandardInput {
  public:
   StandardInput() = default;
   StandardInput(const StandardInput&) = delete;
   StandardInput& operator=(const StandardInput&) = delete;
-  ~StandardInput();
 
   /// Null when standard input is a terminal, cannot be read, or is not JSON.
   const CorvaneControl::JSON::Value* value();

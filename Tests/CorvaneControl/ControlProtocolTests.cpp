@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <span>
+#include <unordered_set>
 
 namespace CorvaneControl {
 namespace {
@@ -437,6 +439,100 @@ TEST(ControlProtocol, waitingPutsThoseThatNeedInputFirstThenTheOldest) {
   EXPECT_EQ(Attention::waiting({a, b}, equal), (std::vector{a, b}));
 }
 
+TEST(ControlProtocol, waitingOrdersMarksOfTheSameSecond) {
+  UUID a;
+  UUID b;
+  b.bytes[15] = 1;
+  const std::unordered_map<UUID, Attention> marks = {{a, Attention{.since = Date{5, 2}}},
+                                                     {b, Attention{.since = Date{5, 1}}}};
+  EXPECT_EQ(Attention::waiting({a, b}, marks), (std::vector{b, a}));
+}
+
+TEST(ControlProtocol, recordsHashByEveryField) {
+  const Attention mark{.agent = "claude",
+                       .kind = AttentionKind::done,
+                       .message = "m",
+                       .since = Date{5, 1},
+                       .session = "s",
+                       .folder = "/f",
+                       .host = CmuxHost{1, {}}};
+  const auto changed = [&](auto member, auto value) {
+    Attention other = mark;
+    other.*member = value;
+    return other;
+  };
+  std::unordered_set<Attention> marks = {mark,
+                                         mark,
+                                         changed(&Attention::agent, "codex"),
+                                         changed(&Attention::kind, AttentionKind::needsInput),
+                                         changed(&Attention::message, std::nullopt),
+                                         changed(&Attention::since, Date{5, 2}),
+                                         changed(&Attention::session, "t"),
+                                         changed(&Attention::folder, ""),
+                                         changed(&Attention::host, CmuxHost{2, {}}),
+                                         changed(&Attention::host, TmuxHost{"", 1})};
+  EXPECT_EQ(marks.size(), 9U);
+  std::unordered_set<std::size_t> hashes;
+  for (const Attention& each : marks) hashes.insert(std::hash<Attention>()(each));
+  EXPECT_EQ(hashes.size(), marks.size());
+
+  const CmuxPane here{UUID{{1}}, UUID{{2}}};
+  EXPECT_EQ(std::hash<CmuxPane>()(here), std::hash<CmuxPane>()(CmuxPane{UUID{{1}}, UUID{{2}}}));
+  EXPECT_NE(std::hash<CmuxPane>()(here), std::hash<CmuxPane>()(CmuxPane{UUID{{2}}, UUID{{1}}}));
+  EXPECT_NE(std::hash<AgentHost>()(CmuxHost{}), std::hash<AgentHost>()(ApplicationHost{}));
+  EXPECT_NE(std::hash<WorkspaceSummary>()({}), std::hash<WorkspaceSummary>()({.attention = mark}));
+  EXPECT_NE(std::hash<ControlResponse>()({.workspaces = std::vector<WorkspaceSummary>(1)}),
+            std::hash<ControlResponse>()({.workspaces = std::vector<WorkspaceSummary>(2)}));
+  EXPECT_NE(std::hash<ControlResponse>()({.choices = {{{1}, {2}}}}),
+            std::hash<ControlResponse>()({.choices = {{{1, 2}}}}));
+  EXPECT_NE(std::hash<ControlRequest>()({.permission = AgentPermission{}}),
+            std::hash<ControlRequest>()({.permission = AgentPermission{.subject = "ls"}}));
+}
+
+TEST(ControlProtocol, textThatIsNotUTF8IsRepairedSoThatTheLineCanBeRead) {
+  const std::string text = "a\xFF\"\n\xF0\x9F\x98 é";
+  const std::string repaired = "a\xEF\xBF\xBD\"\n\xEF\xBF\xBD é";
+  std::string line = ControlCoding::line(ControlResponse::failure(text));
+  EXPECT_EQ(line, "{\"error\":\"a\xEF\xBF\xBD\\\"\\n\xEF\xBF\xBD é\",\"ok\":false}\n");
+  const auto read = ControlCoding::decode<ControlResponse>(line);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->error, repaired);
+  for (int byte = 0x80; byte < 0x100; ++byte) {
+    ControlRequest request{.cwd = std::string(20, 'x') + static_cast<char>(byte)};
+    const auto decoded = ControlCoding::decode<ControlRequest>(ControlCoding::line(request));
+    ASSERT_TRUE(decoded) << byte;
+    EXPECT_EQ(decoded->cwd, std::string(20, 'x') + "\xEF\xBF\xBD") << byte;
+  }
+}
+
+TEST(ControlProtocol, linesOfEverySizeAreWhole) {
+  for (std::size_t size = 0; size < 5000; ++size) {
+    const std::string text(size, 'x');
+    ASSERT_EQ(ControlCoding::line(ControlResponse::failure(text)),
+              "{\"error\":\"" + text + "\",\"ok\":false}\n");
+  }
+}
+
+TEST(ControlProtocol, aLineIsReadWhereItStands) {
+  std::string text = R"({"ok":false,"error":"a\tb"} and more)";
+  const auto read = ControlCoding::decodeInPlace<ControlResponse>(std::span(text).first(28));
+  ASSERT_TRUE(read);
+  EXPECT_EQ(*read, ControlResponse::failure("a\tb"));
+  EXPECT_TRUE(text.ends_with(" and more"));
+}
+
+TEST(ControlProtocol, fieldsAreFoundBesideEveryOtherKey) {
+  // Before, between and after the fields, and such as begin like one.
+  for (const char* const key : {"", "A", "e", "erro", "error2", "errors", "o", "ok ", "okay", "z",
+                                "\\u0000", "workspac", "workspaces0", "\xF0\x9F\x98\x80"}) {
+    const std::string text = R"({"ok":true,")" + std::string(key) + R"(":1,"error":"e"})";
+    const auto read = ControlCoding::decode<ControlResponse>(text);
+    ASSERT_TRUE(read) << key;
+    EXPECT_EQ(*read, (ControlResponse{.ok = true, .error = "e"})) << key;
+  }
+  EXPECT_EQ(recoded<ControlResponse>(R"({"ok":true,"ok":false})"), R"({"ok":false})");
+}
+
 TEST(ControlProtocol, hostsCompareByAlternativeAndPayload) {
   const AgentHost application = ApplicationHost{"com.example.editor", 1};
   EXPECT_EQ(application, AgentHost(ApplicationHost{"com.example.editor", 1}));
@@ -448,6 +544,9 @@ TEST(ControlProtocol, hostsCompareByAlternativeAndPayload) {
 TEST(ControlProtocol, theSocketLiesInTheApplicationsFolder) {
   EXPECT_EQ(ControlSocket::path("Corvane", "/base"), "/base/Corvane/control.sock");
   EXPECT_EQ(ControlSocket::path("Corvane Dev", "/base"), "/base/Corvane Dev/control.sock");
+  EXPECT_EQ(ControlSocket::path("Corvane", "/base/"), "/base/Corvane/control.sock");
+  EXPECT_EQ(ControlSocket::path("Corvane", "/base//"), "/base/Corvane/control.sock");
+  EXPECT_EQ(ControlSocket::path("Corvane", "/"), "/Corvane/control.sock");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -114,6 +115,31 @@ TEST(DateValue, nowIsTheSystemsTime) {
   const Date now = Date::now();
   EXPECT_GE(now.seconds, before - 1);  // the coarse clock behind time() may lag
   EXPECT_LE(now.seconds, std::time(nullptr) + 1);
+}
+
+TEST(DateValue, hasFractionsOfASecondThatAreNotWritten) {
+  EXPECT_LT((Date{1}), (Date{1, 1}));
+  EXPECT_LT((Date{1, 999'999'999}), (Date{2}));
+  EXPECT_NE((Date{1}), (Date{1, 1}));
+  EXPECT_EQ((Date{1741944413, 999'999'999}.text()), "2025-03-14T09:26:53Z");
+  EXPECT_EQ((Date{-1, 500'000'000}.text()), "1969-12-31T23:59:59Z");
+  EXPECT_EQ(Date::parse("2025-03-14T09:26:53Z"), (Date{1741944413, 0}));
+}
+
+TEST(DateValue, nowHasFractionsOfASecond) {
+  // One of them may be none; that all are is no chance.
+  bool hasFraction = false;
+  for (int round = 0; round < 100 && !hasFraction; ++round) {
+    const Date now = Date::now();
+    EXPECT_LT(now.nanoseconds, 1'000'000'000U);
+    hasFraction = now.nanoseconds > 0;
+  }
+  EXPECT_TRUE(hasFraction);
+}
+
+TEST(DateValue, hashesEqualValuesAlikeAndOthersApart) {
+  EXPECT_EQ(std::hash<Date>()(Date{1, 2}), std::hash<Date>()(Date{1, 2}));
+  EXPECT_NE(std::hash<Date>()(Date{1, 2}), std::hash<Date>()(Date{2, 1}));
 }
 
 TEST(DateValue, isOrderedByTime) {

@@ -120,6 +120,29 @@ TEST(UnixSocket, refusesToConnectWhereNothingIs) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST(UnixSocket, aPathThatNoFileCanHaveIsAnError) {
+  const TemporaryFolder folder;
+  const std::size_t before = openDescriptors();
+  const std::string withNul = folder.path("a") + std::string("\0b", 2);
+  for (const std::string& path : {std::string(), std::string("\0abstract", 9), withNul}) {
+    const auto listener = UnixSocket::listen(path, 1);
+    ASSERT_FALSE(listener);
+    EXPECT_EQ(listener.failure(), UnixSocket::Failure::system("listen", ENOENT));
+    const auto connection = UnixSocket::connect(path, 1);
+    ASSERT_FALSE(connection);
+    EXPECT_EQ(connection.failure(), UnixSocket::Failure::system("connect", ENOENT));
+  }
+  EXPECT_FALSE(folder.holds("a"));
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(UnixSocket, aFileBeforeANulIsLeftAlone) {
+  const TemporaryFolder folder;
+  folder.write("a", "x");
+  EXPECT_FALSE(UnixSocket::listen(folder.path("a") + std::string("\0b", 2), 1));
+  EXPECT_EQ(folder.read("a"), "x");
+}
+
 TEST(UnixSocket, failuresCompareByCaseAndPayload) {
   using UnixSocket::Failure;
   EXPECT_EQ(Failure::system("connect", 2), Failure::system("connect", 2));
@@ -201,6 +224,9 @@ TEST(UnixSocket, tellsNothingOfAPeerThatIsNone) {
   EXPECT_FALSE(UnixSocket::peerIsCurrentUser(file));
   const Descriptor alone(::socket(AF_UNIX, SOCK_STREAM, 0));
   EXPECT_FALSE(UnixSocket::peerIsCurrentUser(alone));
+  const TemporaryFolder folder;
+  const Descriptor listener(*UnixSocket::listen(folder.path("socket"), 1));
+  EXPECT_FALSE(UnixSocket::peerIsCurrentUser(listener));
 }
 
 TEST(UnixSocket, tellsAPeerOfAnotherUser) {
@@ -298,6 +324,19 @@ TEST(UnixSocket, writingToAClosedConnectionFailsAndTheProcessGoesOn) {
   EXPECT_EQ(errno, EPIPE);
   EXPECT_FALSE(UnixSocket::write("x", -1));
   std::signal(SIGPIPE, disposition);
+}
+
+TEST(UnixSocket, writesToAnyDescriptor) {
+  const TemporaryFolder folder;
+  const Descriptor file(::open(folder.path("file").c_str(), O_WRONLY | O_CREAT, 0600));
+  EXPECT_TRUE(UnixSocket::write("some bytes", file));
+  EXPECT_EQ(folder.read("file"), "some bytes");
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const Descriptor out(ends[0]);
+  const Descriptor in(ends[1]);
+  ASSERT_TRUE(UnixSocket::write("a line\n", in));
+  EXPECT_EQ(LineReader(out).next(), "a line");
 }
 
 TEST(UnixSocket, writesMoreThanTheSystemTakesAtOnce) {

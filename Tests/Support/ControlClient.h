@@ -54,8 +54,7 @@ class ControlClient {
   /// Sends all of it; false when the other end is gone, or takes nothing for long.
   bool send(std::string_view bytes) const {
     while (!bytes.empty()) {
-      const ssize_t count =
-          CorvaneControl::System::writeToSocket(socket_, bytes.data(), bytes.size());
+      const ssize_t count = CorvaneControl::System::write(socket_, bytes.data(), bytes.size());
       if (count < 0 && errno != EINTR) return false;
       if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
     }
@@ -67,7 +66,7 @@ class ControlClient {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
       const ssize_t count =
-          CorvaneControl::System::writeToSocket(socket_, bytes.data() + sent, bytes.size() - sent);
+          CorvaneControl::System::write(socket_, bytes.data() + sent, bytes.size() - sent);
       if (count <= 0) break;
       sent += static_cast<std::size_t>(count);
     }

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <future>
 #include <thread>
@@ -595,6 +598,95 @@ TEST(Corvanectl, outputThatCannotBeWrittenIsNoSuccess) {
   following.given = {{1, full}};
   EXPECT_EQ(run(corvanectl(), following).status, 3);
   ::close(full);
+}
+
+/// What a command says whose output goes to a device that is full.
+Ended intoAFullDevice(const std::string& socket, std::vector<std::string> words) {
+  const int full = ::open(fullDevice, O_WRONLY | O_CLOEXEC);
+  ChildOptions options = against(socket, std::move(words));
+  options.given = {{1, full}};
+  const Ended ended = run(corvanectl(), options);
+  ::close(full);
+  return ended;
+}
+
+TEST(Corvanectl, saysThatItsOutputCannotBeWritten) {
+  if (!fullDevice) GTEST_SKIP() << "this system has no device that is full";
+  const std::string message = "The output can't be written: No space left on device\n";
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending(mailAndReview + "\n"));
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"list"}, {"list", "--json"}, {"help"}, {"version"}}) {
+    const Ended ended = intoAFullDevice(peer.path(), words);
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, message);
+  }
+  ScriptedPeer lines(folder.path("l"), sending("line\n"));
+  const Ended ended = intoAFullDevice(lines.path(), {"subscribe"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.errors, message);
+}
+
+TEST(Corvanectl, saysThatNobodyReadsItsOutput) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending(mailAndReview + "\n"));
+  std::array<int, 2> broken{};
+  ASSERT_EQ(::pipe(broken.data()), 0);
+  ::close(broken[0]);
+  ChildOptions options = against(peer.path(), {"list"});
+  options.given = {{1, broken[1]}};
+  options.beforeExec = [] { std::signal(SIGPIPE, SIG_IGN); };
+  const Ended ended = run(corvanectl(), options);
+  ::close(broken[1]);
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "The output can't be written: Broken pipe\n");
+}
+
+TEST(Subscribe, endsInSilenceWhenItsReaderIsGoneAndNoSignalSaysSo) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("line\n"));
+  std::array<int, 2> broken{};
+  ASSERT_EQ(::pipe(broken.data()), 0);
+  ::close(broken[0]);
+  ChildOptions options = against(peer.path(), {"subscribe"});
+  options.given = {{1, broken[1]}};
+  options.beforeExec = [] { std::signal(SIGPIPE, SIG_IGN); };
+  const Ended ended = run(corvanectl(), options);
+  ::close(broken[1]);
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.errors, "");
+}
+
+TEST(Corvanectl, withoutAFileForAClosedDescriptorNothingIsSent) {
+  const TemporaryFolder folder;
+  std::atomic<bool> received = false;
+  ScriptedPeer peer(
+      folder.path("s"),
+      [&](Conversation& talk) {
+        if (talk.readLine()) received = true;
+        talk.send(mailAndReview + "\n");
+        if (talk.readLine()) received = true;
+      },
+      false);
+  const auto bounded = [&](std::vector<std::string> words, int closed) {
+    ChildOptions options = against(peer.path(), std::move(words));
+    if (closed >= 0) options.closed = {closed};
+    options.beforeExec = [] {
+      if (!refuseOpening()) ::_exit(99);
+    };
+    return run(corvanectl(), options);
+  };
+  if (bounded({"help"}, -1).status == 99) GTEST_SKIP() << "opening cannot be refused here";
+  for (const int closed : {0, 1, 2}) {
+    const Ended ended = bounded({"list"}, closed);
+    EXPECT_EQ(ended.status, 3) << closed;
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.errors, closed == 2 ? "" : absent);
+    const Ended notified = bounded({"notify", "--kind", "done"}, closed);
+    EXPECT_EQ(notified.status, 0) << closed;
+    EXPECT_EQ(notified.output + notified.errors, "");
+  }
+  EXPECT_FALSE(received);
 }
 
 TEST(Corvanectl, descriptorsThatAreClosedAreNeverTheSocket) {

@@ -547,6 +547,26 @@ TEST(Notify, randomlyDamagedInputDoesNoHarm) {
   }
 }
 
+TEST(Notify, sendsTheCurrentFolderHoweverLongItsPathIs) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
+  ChildOptions options = against(peer.path(), {"notify"});
+  options.folder = folder.path();
+  static const std::string name(200, 'n');
+  options.beforeExec = [] {
+    for (int depth = 0; depth < 22; ++depth) {
+      if (::mkdir(name.c_str(), 0700) != 0 || ::chdir(name.c_str()) != 0) ::_exit(99);
+    }
+  };
+  expectSilence(run(corvanectl(), options));
+  ASSERT_EQ(peer.requests().size(), 1U);
+  const auto request = CorvaneControl::ControlCoding::decode<ControlRequest>(peer.requests()[0]);
+  ASSERT_TRUE(request);
+  std::string path = folder.path();
+  for (int depth = 0; depth < 22; ++depth) path += "/" + name;
+  EXPECT_EQ(request->cwd, path);
+}
+
 TEST(Notify, runningOutOfMemoryIsSilent) {
   if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
   const TemporaryFolder folder;

@@ -26,12 +26,21 @@ std::optional<std::string> homeFolder();
 
 /// The folder that holds the applications' own folders: "~/Library/Application Support". On a
 /// system other than macOS where that folder does not exist, "$XDG_DATA_HOME" (when set and
-/// absolute), else
-/// "~/.local/share". Absent without a home folder.
+/// absolute, with a home folder or without), else "~/.local/share". Absent when it would lie in a
+/// home folder and there is none.
 std::optional<std::string> applicationSupportFolder();
 
 /// The running executable's path with symbolic links resolved; absent when the system can't tell.
 std::optional<std::string> executablePath();
+
+/// The absolute path of the current folder, byte for byte and however long; absent when the folder
+/// is gone, or when one above it that is needed to tell may not be read.
+std::optional<std::string> currentFolder();
+
+/// Occupies the standard descriptors (0, 1, 2) that are closed, with the null device or else with a
+/// file that cannot be written, so that nothing that is opened later takes the place of one. False
+/// and `errno` when one of them stays closed.
+bool occupyStandardDescriptors();
 
 /// The text of a system error number, such as "Connection refused".
 std::string errorText(int code);
@@ -40,8 +49,8 @@ std::string errorText(int code);
 /// of a double, or too small to be told from zero.
 std::optional<double> readDouble(std::string_view number);
 
-/// A new stream socket of the Unix domain, closed on exec and without the broken-pipe signal where
-/// that is an option of the socket; -1 and `errno` at failure. The caller owns the descriptor.
+/// A new stream socket of the Unix domain, closed on exec; -1 and `errno` at failure. The caller
+/// owns the descriptor.
 int openStreamSocket();
 
 /// Accepts a connection, closed on exec; -1 and `errno` at failure. The caller owns the descriptor.
@@ -51,10 +60,12 @@ int acceptConnection(int listener);
 /// has such an option.
 void disableBrokenPipeSignal(int socket);
 
-/// write(2) on a socket, except that a peer that went away gives EPIPE and never a signal.
-ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept;
+/// write(2) on a descriptor of any kind, except that on a socket whose option
+/// `disableBrokenPipeSignal` has set a peer that went away gives EPIPE and never a signal.
+ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept;
 
-/// The effective user of a connected socket's other end; absent when the system can't tell.
+/// The effective user of a connected socket's other end; absent for every other descriptor, and
+/// when the system can't tell.
 std::optional<uid_t> peerUser(int socket);
 
 /// Sets the address's family and, where the system has one, its length field; gives the length to

@@ -42,6 +42,9 @@ std::optional<std::string> executablePath() {
 std::optional<double> readDouble(std::string_view number) {
   const double value = ::strtod_l(std::string(number).c_str(), nullptr, nullptr);  // the C locale
   if (!std::isfinite(value)) return std::nullopt;
+  // Too small to be told from zero, unless all its digits are zeros.
+  const std::string_view digits = number.substr(0, number.find_first_of("eE"));
+  if (value == 0 && digits.find_first_of("123456789") != digits.npos) return std::nullopt;
   return value;
 }
 
@@ -64,8 +67,8 @@ void disableBrokenPipeSignal(int socket) {
 }
 
 // The socket's own option (disableBrokenPipeSignal) keeps the signal away.
-ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept {
-  return ::write(socket, bytes, count);
+ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept {
+  return ::write(descriptor, bytes, count);
 }
 
 std::optional<uid_t> peerUser(int socket) {

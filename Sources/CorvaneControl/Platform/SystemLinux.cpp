@@ -57,14 +57,22 @@ int openStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)
 
 int acceptConnection(int listener) { return ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); }
 
-// There is no such option here: writeToSocket asks for no signal each time.
+// There is no such option here: each write asks for no signal.
 void disableBrokenPipeSignal(int) {}
 
-ssize_t writeToSocket(int socket, const void* bytes, std::size_t count) noexcept {
-  return ::send(socket, bytes, count, MSG_NOSIGNAL);
+ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept {
+  const ssize_t sent = ::send(descriptor, bytes, count, MSG_NOSIGNAL);
+  if (sent >= 0 || errno != ENOTSOCK) return sent;
+  return ::write(descriptor, bytes, count);
 }
 
 std::optional<uid_t> peerUser(int socket) {
+  int listens = 0;
+  socklen_t listensSize = sizeof listens;
+  if (::getsockopt(socket, SOL_SOCKET, SO_ACCEPTCONN, &listens, &listensSize) != 0 ||
+      listens != 0) {
+    return std::nullopt;  // a listening socket would tell of this process
+  }
   ucred credentials{};
   socklen_t size = sizeof credentials;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return std::nullopt;
