@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <type_traits>
 #include <utility>
 
@@ -87,13 +88,14 @@ bool copyPlain(std::string_view text, char* place) {
 /// Writes values of every type that a record's field can have.
 class Encoder final : private JSON::Sink {
  public:
-  Encoder() : text_(usualSize, '\0') {}
+  Encoder() = default;
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
 
   /// What was written, as a line.
-  std::string line() && {
-    *room(1) = '\n';
-    text_.resize(size_ + 1);
-    return std::move(text_);
+  std::string line() {
+    append('\n');
+    return {text_, size_};
   }
 
   void write(bool value) { append(value ? std::string_view("true") : "false"); }
@@ -156,15 +158,22 @@ class Encoder final : private JSON::Sink {
   }
 
  private:
-  static constexpr std::size_t usualSize = 2048;     // bytes
   static constexpr std::size_t longestInteger = 20;  // bytes of one of 64 bits
 
   /// Where the next `count` bytes go.
   char* room(std::size_t count) {
-    if (count > text_.size() - size_) [[unlikely]] {
-      text_.resize(2 * (text_.size() + count));
+    if (count > capacity_ - size_) [[unlikely]] {
+      grow(count);
     }
-    return text_.data() + size_;
+    return text_ + size_;
+  }
+
+  [[gnu::noinline]] void grow(std::size_t count) {
+    capacity_ = 2 * (capacity_ + count);
+    auto grown = std::make_unique_for_overwrite<char[]>(capacity_);
+    std::memcpy(grown.get(), text_, size_);
+    large_ = std::move(grown);
+    text_ = large_.get();
   }
 
   void append(std::string_view piece) override {
@@ -197,8 +206,11 @@ class Encoder final : private JSON::Sink {
     }
   }
 
-  std::string text_;  // longer than what was written
+  char small_[4096];  // not cleared: most lines fit
+  std::unique_ptr<char[]> large_{};
+  char* text_ = small_;
   std::size_t size_ = 0;
+  std::size_t capacity_ = sizeof small_;
 };
 
 /// The value of each field of a record in an object, in the order of the record's fields; null for
@@ -377,7 +389,7 @@ template <Record Type>
 std::string line(const Type& record) {
   Encoder encoder;
   encoder.write(record);
-  return std::move(encoder).line();
+  return encoder.line();
 }
 
 template <Record Type>

@@ -506,7 +506,7 @@ TEST(ControlProtocol, textThatIsNotUTF8IsRepairedSoThatTheLineCanBeRead) {
 }
 
 TEST(ControlProtocol, linesOfEverySizeAreWhole) {
-  for (std::size_t size = 0; size < 5000; ++size) {
+  for (std::size_t size = 0; size < 9000; ++size) {
     const std::string text(size, 'x');
     ASSERT_EQ(ControlCoding::line(ControlResponse::failure(text)),
               "{\"error\":\"" + text + "\",\"ok\":false}\n");
