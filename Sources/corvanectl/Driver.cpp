@@ -91,12 +91,13 @@ bool write(std::string_view bytes, int descriptor) {
   end(ExitStatus::success);
 }
 
-/// Seconds to wait for an answer, by command in the order of their declaration; 0 waits for ever.
+/// Seconds to wait for each command's answer; 0 waits for ever.
 constexpr std::array readTimeouts = {
     std::pair(Command::list, 10),     std::pair(Command::current, 10),
     std::pair(Command::switchTo, 10), std::pair(Command::launch, 240),
     std::pair(Command::stop, 60),     std::pair(Command::subscribe, 0),
     std::pair(Command::notify, 1)};
+static_assert(readTimeouts.size() == wireNames(Command{}).size(), "every command has its own");
 
 double readTimeout(Command command) {
   return std::ranges::find(readTimeouts, command, &std::pair<Command, int>::first)->second;

@@ -290,6 +290,20 @@ TEST(Starting, servesWithoutStandardDescriptors) {
   }
 }
 
+TEST(Starting, withoutAFileForAClosedDescriptorNothingIsServed) {
+  const TemporaryFolder folder;
+  ChildOptions options = HeadlessCorvane::served({}, folder.path("s"));
+  options.closed = {0};
+  options.beforeExec = [] {
+    if (!refuseOpening()) ::_exit(99);
+  };
+  const Ended ended = run(CORVANE_HEADLESS, options);
+  if (ended.status == 99) GTEST_SKIP() << "opening cannot be refused here";
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "corvane-headless: standard descriptors: Permission denied\n");
+  EXPECT_FALSE(folder.holds("s"));
+}
+
 TEST(Starting, makesClientsWaitWhenThereIsNoRoom) {
   HeadlessCorvane corvane({.beforeExec = [] {
     const rlimit limit{.rlim_cur = 24, .rlim_max = 24};
