@@ -345,19 +345,19 @@ std::optional<Document> Document::parse(std::span<char> text, std::string_view u
 
 namespace {
 
-template <class Append>
-void writeDigits(std::integral auto value, const Append& append) {
+template <class Output>
+void writeDigits(std::integral auto value, const Output& output) {
   std::array<char, 24> text;
   const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-  append(std::string_view(text.data(), static_cast<std::size_t>(end - text.data())));
+  output(std::string_view(text.data(), static_cast<std::size_t>(end - text.data())));
 }
 
 /// As ECMAScript's Number::toString, but for the sign of zero.
-template <class Append>
-void writeReal(double value, const Append& append) {
-  if (!std::isfinite(value)) return append("null");
-  if (std::signbit(value)) append("-");
-  if (value == 0) return append("0");
+template <class Output>
+void writeReal(double value, const Output& output) {
+  if (!std::isfinite(value)) return output(std::string_view("null"));
+  if (std::signbit(value)) output('-');
+  if (value == 0) return output('0');
 
   std::array<char, 32> text;  // the shortest digits: "1.25e+02"
   const char* const end = std::to_chars(text.data(), text.data() + text.size(), std::abs(value),
@@ -376,98 +376,111 @@ void writeReal(double value, const Append& append) {
   const int point = exponent + 1;  // digits before the decimal point
   const auto size = [](int number) { return static_cast<std::size_t>(number); };
   if (count <= point && point <= largest) {
-    append(digits);
-    append(zeros.substr(0, size(point - count)));
+    output(digits);
+    output(zeros.substr(0, size(point - count)));
   } else if (0 < point && point <= largest) {
-    append(digits.substr(0, size(point)));
-    append(".");
-    append(digits.substr(size(point)));
+    output(digits.substr(0, size(point)));
+    output('.');
+    output(digits.substr(size(point)));
   } else if (-6 < point && point <= 0) {
-    append("0.");
-    append(zeros.substr(0, size(-point)));
-    append(digits);
+    output(std::string_view("0."));
+    output(zeros.substr(0, size(-point)));
+    output(digits);
   } else {
-    append(digits.substr(0, 1));
-    if (count > 1) append(".");
-    append(digits.substr(1));
-    append(exponent < 0 ? "e-" : "e+");
-    writeDigits(std::abs(exponent), append);
+    output(digits.substr(0, 1));
+    if (count > 1) output('.');
+    output(digits.substr(1));
+    output('e');
+    output(exponent < 0 ? '-' : '+');
+    writeDigits(std::abs(exponent), output);
   }
 }
 
 /// Recurses as deep as the value nests, which the parser bounds.
-template <class Append>
-void serialise(const Value& value, Slashes slashes, const Append& append) {
+template <class Output>
+void serialise(const Value& value, Slashes slashes, const Output& output) {
   switch (value.type()) {
     case Value::Type::null:
-      return append("null");
+      return output(std::string_view("null"));
     case Value::Type::boolean:
-      return append(*value.asBoolean() ? "true" : "false");
+      return output(std::string_view(*value.asBoolean() ? "true" : "false"));
     case Value::Type::integer:
-      return writeDigits(*value.asInteger(), append);
+      return writeDigits(*value.asInteger(), output);
     case Value::Type::unsignedInteger:
-      return writeDigits(value.asUnsigned(), append);
+      return writeDigits(value.asUnsigned(), output);
     case Value::Type::real:
-      return writeReal(value.asReal(), append);
+      return writeReal(value.asReal(), output);
     case Value::Type::string:
-      return quote(*value.asString(), slashes, append);
+      return quote(*value.asString(), slashes, output);
     case Value::Type::array: {
       std::string_view separator = "[";
       for (const Value& element : value.elements()) {
-        append(separator);
-        serialise(element, slashes, append);
+        output(separator);
+        serialise(element, slashes, output);
         separator = ",";
       }
-      return append(value.elements().empty() ? "[]" : "]");
+      return output(std::string_view(value.elements().empty() ? "[]" : "]"));
     }
     case Value::Type::object: {
       std::string_view separator = "{";
       for (const Member& member : value.members()) {
-        append(separator);
-        quote(member.key, slashes, append);
-        append(":");
-        serialise(member.value, slashes, append);
+        output(separator);
+        quote(member.key, slashes, output);
+        output(':');
+        serialise(member.value, slashes, output);
         separator = ",";
       }
-      return append(value.members().empty() ? "{}" : "}");
+      return output(std::string_view(value.members().empty() ? "{}" : "}"));
     }
   }
 }
 
+struct SinkOutput {
+  void operator()(char byte) const { sink.append(std::string_view(&byte, 1)); }
+  void operator()(std::string_view piece) const { sink.append(piece); }
+
+  Sink& sink;
+};
+
+struct HashOutput {
+  void operator()(char byte) const { hash.append(byte); }
+  void operator()(std::string_view piece) const { hash.append(piece); }
+
+  Hash& hash;
+};
+
 }  // namespace
 
 void Hash::append(std::string_view bytes) {
-  constexpr std::uint64_t prime = 0x100000001b3;
-  const auto step = [](std::uint64_t hash, char byte) {
-    return (hash ^ static_cast<unsigned char>(byte)) * prime;
-  };
   std::uint64_t hash = value_;
-  for (; bytes.size() >= 8; bytes.remove_prefix(8)) {  // an agent waits for this at every call
-    hash = step(step(step(step(hash, bytes[0]), bytes[1]), bytes[2]), bytes[3]);
-    hash = step(step(step(step(hash, bytes[4]), bytes[5]), bytes[6]), bytes[7]);
-  }
-  for (const char byte : bytes) hash = step(hash, byte);
+  const char* next = bytes.data();
+  const auto step = [&] { hash = (hash ^ static_cast<unsigned char>(*next++)) * prime; };
+  const auto fourSteps = [&] { step(), step(), step(), step(); };
+  std::size_t size = bytes.size();
+  for (; size >= 8; size -= 8) fourSteps(), fourSteps();  // an agent waits for this at every call
+  if (size >= 4) fourSteps(), size -= 4;
+  for (; size > 0; --size) step();
   value_ = hash;
 }
 
-void write(const Value& value, Slashes slashes, Hash& hash) {
-  serialise(value, slashes, [&](std::string_view piece) { hash.append(piece); });
+void write(const Value& value, Slashes slashes, std::string& text) {
+  serialise(value, slashes, TextOutput{text});
 }
 
 void write(const Value& value, Slashes slashes, Sink& sink) {
-  serialise(value, slashes, [&](std::string_view piece) { sink.append(piece); });
+  serialise(value, slashes, SinkOutput{sink});
 }
 
-void write(const Value& value, Slashes slashes, std::string& text) {
-  serialise(value, slashes, [&](std::string_view piece) { text.append(piece); });
+void write(const Value& value, Slashes slashes, Hash& hash) {
+  serialise(value, slashes, HashOutput{hash});
 }
 
 void writeString(std::string_view string, Slashes slashes, std::string& text) {
-  quote(string, slashes, [&](std::string_view piece) { text.append(piece); });
+  quote(string, slashes, TextOutput{text});
 }
 
 void writeInteger(std::int64_t integer, std::string& text) {
-  writeDigits(integer, [&](std::string_view piece) { text.append(piece); });
+  writeDigits(integer, TextOutput{text});
 }
 
 }  // namespace CorvaneControl::JSON

@@ -152,10 +152,13 @@ class Sink {
 /// 64-bit FNV-1a over everything that is appended.
 class Hash {
  public:
+  void append(char byte) { value_ = (value_ ^ static_cast<unsigned char>(byte)) * prime; }
   void append(std::string_view bytes);
   std::uint64_t value() const { return value_; }
 
  private:
+  static constexpr std::uint64_t prime = 0x100000001b3;
+
   std::uint64_t value_ = 0xcbf29ce484222325;
 };
 

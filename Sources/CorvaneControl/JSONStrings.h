@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "CorvaneControl/Hexadecimal.h"
@@ -50,7 +51,7 @@ struct Block {
                  byte, byte, byte, byte, byte, byte, byte, byte};
   }
   auto isEqualTo(char byte) const { return bytes == all(byte); }
-  auto isBelow(char byte) const { return bytes < all(byte); }
+  auto isBelow(char byte) const { return all(byte) > bytes; }
 
   /// The number of bytes before the first that is marked (all of its bits are set).
   template <class Marks>
@@ -80,10 +81,10 @@ inline std::size_t plainBytes(const Block& block) {
   return Block::before(block.isBelow(0x20) | block.isEqualTo('"') | block.isEqualTo('\\'));
 }
 
-/// Hands `string` between quotation marks to `append`, in as few pieces as there are escapes. Only
+/// Hands `string` between quotation marks to `output`, which takes pieces and single bytes. Only
 /// what must be escaped is: quotation mark, backslash, controls below U+0020, and "/" when asked.
-template <class Append>
-void quote(std::string_view string, Slashes slashes, const Append& append) {
+template <class Output>
+void quote(std::string_view string, Slashes slashes, const Output& output) {
   const char slash = slashes == Slashes::escaped ? '/' : '"';
   const auto isEscaped = [slash](char byte) {
     return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\' || byte == slash;
@@ -92,10 +93,22 @@ void quote(std::string_view string, Slashes slashes, const Append& append) {
     return Block::before((block.isBelow(0x20) & ~block.isBelow(0)) | block.isEqualTo('"') |
                          block.isEqualTo('\\') | block.isEqualTo(slash));
   };
-  append(std::string_view("\""));
+  output('"');
   const char* next = string.data();
   const char* const end = next + string.size();
   while (true) {
+    for (; next != end && isEscaped(*next); ++next) {  // they often stand together
+      output('\\');
+      const auto byte = static_cast<unsigned char>(*next);
+      if (const char letter = lettersOfEscapes[byte]) {
+        output(letter);
+      } else {
+        output(std::string_view("u00"));
+        output(Hexadecimal::smallDigits[byte >> 4U]);
+        output(Hexadecimal::smallDigits[byte & 0xFU]);
+      }
+    }
+    if (next == end) break;
     const char* const piece = next;
     for (std::size_t count = Block::size;
          count == Block::size && static_cast<std::size_t>(end - next) >= Block::size;
@@ -103,24 +116,17 @@ void quote(std::string_view string, Slashes slashes, const Append& append) {
       count = unescaped(Block(next));
     }
     while (next != end && !isEscaped(*next)) ++next;
-    if (next != piece) append(std::string_view(piece, static_cast<std::size_t>(next - piece)));
-    if (next == end) break;
-    const char byte = *next++;
-    if (const char letter = lettersOfEscapes[static_cast<unsigned char>(byte)]) {
-      const char text[] = {'\\', letter};
-      append(std::string_view(text, sizeof text));
-    } else {
-      const auto value = static_cast<unsigned char>(byte);
-      const char text[] = {'\\',
-                           'u',
-                           '0',
-                           '0',
-                           Hexadecimal::smallDigits[value >> 4U],
-                           Hexadecimal::smallDigits[value & 0xFU]};
-      append(std::string_view(text, sizeof text));
-    }
+    output(std::string_view(piece, static_cast<std::size_t>(next - piece)));
   }
-  append(std::string_view("\""));
+  output('"');
 }
+
+/// Appends what is written to a text.
+struct TextOutput {
+  void operator()(char byte) const { text.push_back(byte); }
+  void operator()(std::string_view piece) const { text.append(piece); }
+
+  std::string& text;
+};
 
 }  // namespace CorvaneControl::JSON

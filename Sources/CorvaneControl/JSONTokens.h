@@ -262,22 +262,23 @@ class Tokens {
     constexpr bool keeps = Builder::keepsStrings;
     const char* const first = keeps ? out - (next_ - start) : nullptr;
     while (true) {
+      while (skip('\\')) {  // they often stand together
+        if (const char meaning = meaningOfEscape(current())) {
+          ++next_;
+          if constexpr (keeps) *out++ = meaning;
+        } else {
+          char32_t scalar = 0;
+          if (!readUnicodeEscape(scalar)) return false;
+          if constexpr (keeps) out += UTF8::encode(scalar, out);
+        }
+      }
       if constexpr (keeps) {
         out = copyPlain(start, first, out);
       } else {
         skipPlain();
       }
       if (skip('"')) break;
-      if (skip('\\')) {
-        if (const char meaning = meaningOfEscape(current())) {
-          ++next_;
-          if constexpr (keeps) *out++ = meaning;
-          continue;
-        }
-        char32_t scalar = 0;
-        if (!readUnicodeEscape(scalar)) return false;
-        if constexpr (keeps) out += UTF8::encode(scalar, out);
-      } else {
+      if (current() != '\\') {
         const std::size_t size = readBeyondASCII();
         if (size == 0) return false;
         if constexpr (keeps) {

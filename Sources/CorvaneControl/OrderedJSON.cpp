@@ -104,30 +104,38 @@ constexpr std::size_t longestShortText = 7;
 constexpr unsigned tagBits = 3;
 constexpr std::uint64_t tagMask = 7;
 
-/// Writes a value to `append`, which takes it piece by piece.
-template <class Append>
+/// Counts the bytes of what is written.
+struct SizeOutput {
+  void operator()(char) const { ++size; }
+  void operator()(std::string_view piece) const { size += piece.size(); }
+
+  std::size_t& size;
+};
+
+/// Writes a value to `output`, which takes it piece by piece and byte by byte.
+template <class Output>
 class Writer {
  public:
-  Writer(std::string_view indent, Append append) : indent_(indent), append_(append) {}
+  Writer(std::string_view indent, Output output) : indent_(indent), output_(output) {}
 
   void write(const OrderedJSON& value, std::size_t level) const {
     if (const auto* members = value.object()) {
       writeList('{', '}', *members, level, [&](const OrderedJSON::Member& member) {
-        JSON::quote(member.key(), JSON::Slashes::plain, append_);
-        append_(": ");
+        JSON::quote(member.key(), JSON::Slashes::plain, output_);
+        output_(std::string_view(": "));
         write(member.value, level + 1);
       });
     } else if (const auto* elements = value.array()) {
       writeList('[', ']', *elements, level,
                 [&](const OrderedJSON& element) { write(element, level + 1); });
     } else if (const auto string = value.string()) {
-      JSON::quote(*string, JSON::Slashes::plain, append_);
+      JSON::quote(*string, JSON::Slashes::plain, output_);
     } else if (const auto number = value.number()) {
-      append_(*number);
+      output_(*number);
     } else if (const auto boolean = value.boolean()) {
-      append_(*boolean ? "true" : "false");
+      output_(std::string_view(*boolean ? "true" : "false"));
     } else {
-      append_("null");
+      output_(std::string_view("null"));
     }
   }
 
@@ -135,27 +143,27 @@ class Writer {
   template <class Items, class WriteItem>
   void writeList(char opening, char closing, const Items& items, std::size_t level,
                  WriteItem writeItem) const {
-    append_(std::string_view(&opening, 1));
+    output_(opening);
     std::string_view separator = "\n";
     for (const auto& item : items) {
-      append_(separator);
+      output_(separator);
       writeIndentation(level + 1);
       writeItem(item);
       separator = ",\n";
     }
     if (!items.empty()) {
-      append_("\n");
+      output_('\n');
       writeIndentation(level);
     }
-    append_(std::string_view(&closing, 1));
+    output_(closing);
   }
 
   void writeIndentation(std::size_t level) const {
-    for (std::size_t count = 0; count < level; ++count) append_(indent_);
+    for (std::size_t count = 0; count < level; ++count) output_(indent_);
   }
 
   std::string_view indent_;
-  Append append_;
+  Output output_;
 };
 
 /// The last member with that key; the end when there is none.
@@ -325,10 +333,10 @@ void OrderedJSON::set(std::string_view key, std::optional<OrderedJSON> value) {
 
 std::string OrderedJSON::text(std::string_view indent) const {
   std::size_t size = 1;  // what is written to a file gets a line feed
-  Writer(indent, [&size](std::string_view piece) { size += piece.size(); }).write(*this, 0);
+  Writer(indent, SizeOutput{size}).write(*this, 0);
   std::string text;
   text.reserve(size);
-  Writer(indent, [&text](std::string_view piece) { text += piece; }).write(*this, 0);
+  Writer(indent, JSON::TextOutput{text}).write(*this, 0);
   return text;
 }
 

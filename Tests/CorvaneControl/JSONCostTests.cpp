@@ -75,7 +75,8 @@ TEST(OrderedJSONCost, theWrittenTextTakesNoMoreThanItsSize) {
 }
 
 TEST(JSONCost, aSmallDocumentTakesOneAllocation) {
-  std::string text = R"({"session_id":"s","cwd":"/tmp","tool_input":{"command":"ls","list":[1,2]},)";
+  std::string text =
+      R"({"session_id":"s","cwd":"/tmp","tool_input":{"command":"ls","list":[1,2]},)";
   text += R"("content":")" + std::string(4000, 'x') + "\\n\"}";
   const std::size_t before = CorvaneTests::allocations();
   const auto document = JSON::Document::parse(text);
