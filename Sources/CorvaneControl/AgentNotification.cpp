@@ -8,6 +8,7 @@
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl::AgentNotification {
 namespace {
@@ -214,7 +215,7 @@ std::optional<Event> event(Agent agent, const JSON::Value& input,
     case Agent::cursor:
       return cursor(input);
   }
-  return std::nullopt;
+  unreachable();
 }
 
 std::optional<Event> claude(const JSON::Value& input, const Surroundings& surroundings) {

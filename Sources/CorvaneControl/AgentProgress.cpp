@@ -5,6 +5,7 @@
 
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl {
 namespace {
@@ -26,7 +27,7 @@ std::optional<AgentActivity> activityOf(Agent agent, std::string_view event,
       if (event == "stop" && input.string("status") == "aborted") return AgentActivity::ended;
       return std::nullopt;
   }
-  return std::nullopt;
+  unreachable();
 }
 
 std::optional<std::string> folderOf(Agent agent, const JSON::Value& input) {
@@ -40,7 +41,7 @@ std::optional<std::string> folderOf(Agent agent, const JSON::Value& input) {
     case Agent::cursor:
       return AgentNotification::cursorFolder(input);
   }
-  return std::nullopt;
+  unreachable();
 }
 
 std::optional<std::string> sessionOf(Agent agent, const JSON::Value& input) {
@@ -51,7 +52,7 @@ std::optional<std::string> sessionOf(Agent agent, const JSON::Value& input) {
     case Agent::cursor:
       return AgentNotification::identifier(input.find("conversation_id"));
   }
-  return std::nullopt;
+  unreachable();
 }
 
 std::optional<std::string> taskOf(Agent agent, const JSON::Value& input) {
@@ -64,7 +65,7 @@ std::optional<std::string> taskOf(Agent agent, const JSON::Value& input) {
     case Agent::cursor:
       return AgentNotification::summary(prompt);
   }
-  return std::nullopt;
+  unreachable();
 }
 
 std::optional<std::string> toolCallOf(const JSON::Value& input) {

@@ -9,6 +9,7 @@
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentProgress.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl::ControlCommandLine {
 
@@ -162,7 +163,7 @@ Parsed parse(const std::vector<std::string>& arguments, const Process& process) 
     case Command::notify:
       return notify(words.options, words.positional, process);
   }
-  return Usage{"Unknown command: " + command};
+  unreachable();
 }
 
 Parsed notify(const Options& options, const std::vector<std::string>& positional,

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "CorvaneControl/JSONStrings.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
@@ -47,44 +48,6 @@ constexpr auto fieldStart = [] {
   return text;
 }();
 
-/// Eight bytes of a string of JSON that are looked at together.
-std::uint64_t wordAt(const char* bytes) {
-  std::uint64_t word;
-  std::memcpy(&word, bytes, sizeof word);
-  return word;
-}
-
-/// Whether the bytes are ASCII and stand for themselves in a string of JSON.
-constexpr bool isPlain(std::uint64_t word) {
-  constexpr std::uint64_t ones = 0x0101010101010101;
-  constexpr std::uint64_t high = ones * 0x80;
-  // Of bytes without their highest bit only those below what is taken away get it.
-  const std::uint64_t controls = word - ones * 0x20;
-  const std::uint64_t quotationMarks = (word ^ ones * '"') - ones;
-  const std::uint64_t backslashes = (word ^ ones * '\\') - ones;
-  return ((word | controls | quotationMarks | backslashes) & high) == 0;
-}
-
-/// Copies a text that is plain throughout; false for any other.
-bool copyPlain(std::string_view text, char* place) {
-  constexpr std::size_t step = sizeof(std::uint64_t);
-  if (text.size() < step) {
-    char padded[step] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
-    for (std::size_t index = 0; index < text.size(); ++index) {
-      padded[index] = place[index] = text[index];
-    }
-    return isPlain(wordAt(padded));
-  }
-  std::size_t position = 0;
-  while (true) {
-    const std::uint64_t word = wordAt(text.data() + position);
-    if (!isPlain(word)) return false;
-    std::memcpy(place + position, &word, step);
-    if (position == text.size() - step) return true;
-    position = std::min(position + step, text.size() - step);  // the last two may overlap
-  }
-}
-
 /// Writes values of every type that a record's field can have.
 class Encoder final : private JSON::Sink {
  public:
@@ -108,7 +71,7 @@ class Encoder final : private JSON::Sink {
 
   void write(const std::string& value) {
     char* const place = room(value.size() + 2);
-    if (copyPlain(value, place + 1)) {
+    if (JSON::copyPlain(value, place + 1)) {
       place[0] = place[value.size() + 1] = '"';
       size_ += value.size() + 2;
     } else if (Text::isUTF8(value)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -79,6 +80,24 @@ inline bool isPlain(char byte) {
 /// The plain bytes at the start of a block.
 inline std::size_t plainBytes(const Block& block) {
   return Block::before(block.isBelow(0x20) | block.isEqualTo('"') | block.isEqualTo('\\'));
+}
+
+/// Copies a text whose bytes are all plain, as most are; false for any other, which may then have
+/// been copied in part.
+inline bool copyPlain(std::string_view text, char* place) {
+  if (text.size() < Block::size) {
+    return std::ranges::all_of(text, [&](char byte) {
+      *place++ = byte;
+      return isPlain(byte);
+    });
+  }
+  const std::size_t last = text.size() - Block::size;
+  for (std::size_t position = 0;; position = std::min(position + Block::size, last)) {
+    const Block block(text.data() + position);
+    if (plainBytes(block) < Block::size) return false;
+    std::memcpy(place + position, &block.bytes, Block::size);
+    if (position == last) return true;  // it may overlap the one before
+  }
 }
 
 /// Hands `string` between quotation marks to `output`, which takes pieces and single bytes. Only

@@ -7,6 +7,7 @@
 
 #include "CorvaneControl/AgentPermission.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Unreachable.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless {
@@ -96,7 +97,7 @@ Sign signOf(Line::Kind kind) {
     case Line::Kind::removed:
       return {"-", red};
   }
-  return {" ", {}};
+  unreachable();
 }
 
 void drawLines(const std::vector<Line>& lines, Page& page) {

@@ -12,6 +12,7 @@
 #include "CorvaneControl/AgentHooks.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "CorvaneControl/Result.h"
+#include "CorvaneControl/Unreachable.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless {
@@ -32,7 +33,7 @@ std::string_view text(AgentHooks::State state) {
     case AgentHooks::State::outdated:
       return "outdated";
   }
-  return {};
+  unreachable();
 }
 
 /// A path in the agent's folder as "~/.claude/settings.json", any other as it is.
@@ -54,7 +55,7 @@ std::string describe(const AgentHookFile& file, const Problem& problem) {
     case Problem::Kind::toolPath:
       return name + ": the tool's path is not UTF-8, so it can't be written there";
   }
-  return {};
+  unreachable();
 }
 std::string describe(const AgentHookFile& file, const Failure& failure) {
   if (failure.problem) return describe(file, *failure.problem);

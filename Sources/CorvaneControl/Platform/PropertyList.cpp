@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl::PropertyList {
 
@@ -178,7 +179,7 @@ bool Reader::mayBegin(Element element) {
     case Element::scalar:
       return false;
   }
-  return false;
+  unreachable();
 }
 
 bool Reader::start(std::string_view tag) {
