@@ -150,7 +150,7 @@ TEST(System, closedStandardDescriptorsAreOccupied) {
   EXPECT_TRUE(inAChild([] {
     for (const int descriptor : {0, 1, 2}) ::close(descriptor);
     return occupyStandardDescriptors() && ::write(1, "x", 1) == 1 && ::write(2, "x", 1) == 1 &&
-           ::dup(0) == 3;
+           ::dup(0) > 2;
   }));
 }
 
