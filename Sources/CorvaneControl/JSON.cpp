@@ -159,6 +159,19 @@ bool isBelowOne(std::string_view number) {
   return std::clamp(exponent, -farthest, farthest) + places <= 0;
 }
 
+/// The double that a number stands for, zero when it is too small to be told from that; absent when
+/// it is out of range.
+std::optional<double> realOf(std::string_view number) {
+  const auto value = System::readDouble(number);
+  if (!value && isBelowOne(number)) return 0;
+  return value;
+}
+
+/// For members that are not kept: their numbers have to be in range all the same.
+struct RangeChecking : Checking {
+  bool number(const NumberToken& number) { return number.isWhole || realOf(number.text); }
+};
+
 }  // namespace
 
 /// Builds a document's tree. Values are kept on a stack until their container ends, then copied to
@@ -168,6 +181,7 @@ class DocumentBuilder {
  public:
   static constexpr bool keepsStrings = true;
   static constexpr bool skipsMembers = true;
+  using Skipping = RangeChecking;
 
   DocumentBuilder(std::span<char> source, std::string_view unused)
       : source_(source), unused_(unused) {}
@@ -258,10 +272,9 @@ class DocumentBuilder {
   }
 
   bool real(std::string_view text) {
-    const auto value = System::readDouble(text);
-    if (!value && !isBelowOne(text)) return false;
-    values_.push(Value::ofReal(value.value_or(0)));
-    return true;
+    const auto value = realOf(text);
+    if (value) values_.push(Value::ofReal(*value));
+    return value.has_value();
   }
 
   template <class Item>

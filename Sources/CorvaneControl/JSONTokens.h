@@ -47,7 +47,8 @@ struct NumberToken {
 struct Checking {
   /// Whether it wants the characters of strings. Otherwise those that it gets have no meaning.
   static constexpr bool keepsStrings = false;
-  /// Whether `key` may say no.
+  /// Whether `key` may say no. Then `Builder::Skipping` names the builder that is given the
+  /// member's value in its place.
   static constexpr bool skipsMembers = false;
 
   void beginObject() {}
@@ -135,8 +136,8 @@ class Tokens {
       if (isInObject() && !readKey(builder, isWanted)) return false;
       if constexpr (Builder::skipsMembers) {
         if (!isWanted) {
-          Checking checking;
-          if (!readValue(checking)) return false;
+          typename Builder::Skipping skipping;
+          if (!readValue(skipping)) return false;
           isComplete = true;
           continue;
         }

@@ -339,8 +339,14 @@ TEST(JSON, doesNotKeepTheUnusedMemberOfTheOutermostObject) {
     write(document->root(), Slashes::plain, written);
     EXPECT_EQ(written, R"({"a":"\t","b":{"unused":3},"c":4})") << value;
   }
-  std::string invalid = R"({"unused":[1,}]})";
-  EXPECT_FALSE(Document::parse(invalid, "unused"));
+  for (const char* const invalid :
+       {R"({"unused":[1,}]})", R"({"unused":1e400})", R"({"unused":[{"a":-1e99999999999}]})",
+        "{\"unused\":\"\xFF\"}"}) {
+    std::string text = invalid;
+    EXPECT_FALSE(Document::parse(text, "unused")) << invalid;
+  }
+  std::string tooSmall = R"({"unused":[1e-400]})";
+  EXPECT_TRUE(Document::parse(tooSmall, "unused"));
 }
 
 TEST(JSON, saysWhereTheTextStopsBeingJSON) {
