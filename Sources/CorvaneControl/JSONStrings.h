@@ -69,6 +69,22 @@ struct Block {
     return halves[0] != 0 ? leading(halves[0]) : sizeof halves[0] + leading(halves[1]);
   }
 
+  /// A bit for each byte, the lowest for the first: whether it is marked (all of its bits are set).
+  template <class Marks>
+  static std::uint32_t bits(const Marks& marks) {
+    static_assert(sizeof(Marks) == size);
+    std::array<std::uint64_t, 2> halves;
+    std::memcpy(halves.data(), &marks, size);
+    const auto bitsOf = [](std::uint64_t half) {
+      // Moves the lowest bit of every byte into the highest byte, the one of the first lowest.
+      constexpr std::uint64_t lowest = 0x0101010101010101;
+      constexpr std::uint64_t gather =
+          std::endian::native == std::endian::little ? 0x0102040810204080 : 0x8040201008040201;
+      return static_cast<std::uint32_t>(((half & lowest) * gather) >> 56U);
+    };
+    return bitsOf(halves[0]) | bitsOf(halves[1]) << 8U;
+  }
+
   Bytes bytes;
 };
 
@@ -105,38 +121,39 @@ inline bool copyPlain(std::string_view text, char* place) {
 template <class Output>
 void quote(std::string_view string, Slashes slashes, const Output& output) {
   const char slash = slashes == Slashes::escaped ? '/' : '"';
-  const auto isEscaped = [slash](char byte) {
-    return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\' || byte == slash;
-  };
-  const auto unescaped = [slash](const Block& block) {
-    return Block::before((block.isBelow(0x20) & ~block.isBelow(0)) | block.isEqualTo('"') |
-                         block.isEqualTo('\\') | block.isEqualTo(slash));
-  };
-  output('"');
   const char* next = string.data();
   const char* const end = next + string.size();
-  while (true) {
-    for (; next != end && isEscaped(*next); ++next) {  // they often stand together
-      output('\\');
-      const auto byte = static_cast<unsigned char>(*next);
-      if (const char letter = lettersOfEscapes[byte]) {
-        output(letter);
-      } else {
-        output(std::string_view("u00"));
-        output(Hexadecimal::smallDigits[byte >> 4U]);
-        output(Hexadecimal::smallDigits[byte & 0xFU]);
-      }
+  const char* piece = next;  // what is not written yet, up to the next escape
+  const auto write = [&](const char* upTo) {
+    if (piece != upTo) output(std::string_view(piece, static_cast<std::size_t>(upTo - piece)));
+  };
+  const auto escape = [&](const char* place) {
+    write(place);
+    piece = place + 1;
+    output('\\');
+    const auto byte = static_cast<unsigned char>(*place);
+    if (const char letter = lettersOfEscapes[byte]) return output(letter);
+    output(std::string_view("u00"));
+    output(Hexadecimal::smallDigits[byte >> 4U]);
+    output(Hexadecimal::smallDigits[byte & 0xFU]);
+  };
+
+  output('"');
+  for (; static_cast<std::size_t>(end - next) >= Block::size; next += Block::size) {
+    const Block block(next);
+    const auto escaped = (block.isBelow(0x20) & ~block.isBelow(0)) | block.isEqualTo('"') |
+                         block.isEqualTo('\\') | block.isEqualTo(slash);
+    for (auto bits = Block::bits(escaped); bits != 0; bits &= bits - 1) {
+      escape(next + std::countr_zero(bits));
     }
-    if (next == end) break;
-    const char* const piece = next;
-    for (std::size_t count = Block::size;
-         count == Block::size && static_cast<std::size_t>(end - next) >= Block::size;
-         next += count) {
-      count = unescaped(Block(next));
-    }
-    while (next != end && !isEscaped(*next)) ++next;
-    output(std::string_view(piece, static_cast<std::size_t>(next - piece)));
   }
+  for (; next != end; ++next) {
+    const char byte = *next;
+    if (static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\' || byte == slash) {
+      escape(next);
+    }
+  }
+  write(end);
   output('"');
 }
 

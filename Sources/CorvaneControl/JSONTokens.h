@@ -301,10 +301,9 @@ class Tokens {
 
   /// Copies plain bytes and gives the place behind them.
   char* copyPlain(const char* start, const char* first, char* out) {
-    std::size_t count = Block::size;
-    while (count == Block::size && remaining() >= Block::size) {
+    while (remaining() >= Block::size) {
       const Block block(next_);
-      count = plainBytes(block);
+      const std::size_t count = plainBytes(block);
       // A whole block may only be written where it reaches no byte that is still to be read.
       if (count == Block::size || (next_ - start) - (out - first) >= std::ptrdiff_t{Block::size}) {
         std::memcpy(out, &block.bytes, Block::size);
@@ -313,6 +312,7 @@ class Tokens {
       }
       next_ += count;
       out += count;
+      if (count < Block::size) return out;
     }
     while (next_ != end_ && isPlain(*next_)) *out++ = *next_++;
     return out;
