@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "CorvaneControl/Hexadecimal.h"
+
 namespace CorvaneControl {
 
 namespace {
 
 bool isLetter(char byte) { return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z'); }
 bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
-bool isHexadecimal(char byte) {
-  return isDigit(byte) || (byte >= 'a' && byte <= 'f') || (byte >= 'A' && byte <= 'F');
-}
+bool isHexadecimal(char byte) { return Hexadecimal::value(byte) != Hexadecimal::noDigit; }
 
 /// Whether the text consists of the unreserved bytes, the sub-delimiters, percent escapes, and the
 /// bytes of `others`.

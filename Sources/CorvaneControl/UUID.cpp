@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "CorvaneControl/Hash.h"
+#include "CorvaneControl/Hexadecimal.h"
 
 namespace CorvaneControl {
 
@@ -12,19 +13,6 @@ namespace {
 constexpr std::array<std::uint8_t, 16> places = {0,  2,  4,  6,  9,  11, 14, 16,
                                                  19, 21, 24, 26, 28, 30, 32, 34};
 constexpr std::array<std::uint8_t, 4> hyphens = {8, 13, 18, 23};
-
-constexpr std::uint8_t noDigit = 0xFF;
-
-/// The value of each byte as a hexadecimal digit, `noDigit` for those that are none.
-constexpr auto values = [] {
-  std::array<std::uint8_t, 256> table{};
-  table.fill(noDigit);
-  for (std::uint8_t value = 0; value < 16; ++value) {
-    table[static_cast<unsigned char>("0123456789abcdef"[value])] = value;
-    table[static_cast<unsigned char>("0123456789ABCDEF"[value])] = value;
-  }
-  return table;
-}();
 
 }  // namespace
 
@@ -36,12 +24,12 @@ std::optional<UUID> UUID::parse(std::string_view text) {
   UUID identifier;
   std::uint8_t all = 0;
   for (std::size_t index = 0; index < places.size(); ++index) {
-    const std::uint8_t high = values[static_cast<unsigned char>(text[places[index]])];
-    const std::uint8_t low = values[static_cast<unsigned char>(text[places[index] + 1U])];
+    const std::uint8_t high = Hexadecimal::value(text[places[index]]);
+    const std::uint8_t low = Hexadecimal::value(text[places[index] + 1U]);
     identifier.bytes[index] = static_cast<std::uint8_t>(high << 4 | low);
     all |= high | low;
   }
-  if (all == noDigit) return std::nullopt;
+  if ((all & Hexadecimal::noDigit) != 0) return std::nullopt;
   return identifier;
 }
 
@@ -54,8 +42,8 @@ std::string UUID::text() const {
 void UUID::write(char* place) const {
   for (const std::uint8_t hyphen : hyphens) place[hyphen] = '-';
   for (std::size_t index = 0; index < places.size(); ++index) {
-    place[places[index]] = "0123456789ABCDEF"[bytes[index] >> 4];
-    place[places[index] + 1U] = "0123456789ABCDEF"[bytes[index] & 15];
+    place[places[index]] = Hexadecimal::capitalDigits[bytes[index] >> 4];
+    place[places[index] + 1U] = Hexadecimal::capitalDigits[bytes[index] & 15];
   }
 }
 

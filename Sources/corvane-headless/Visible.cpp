@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdint>
 #include <iterator>
 
+#include "CorvaneControl/Hexadecimal.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl::Headless {
@@ -36,13 +35,10 @@ bool isWrittenOut(char32_t scalar, char32_t before) {
 }
 
 void appendNumber(char32_t scalar, std::string& result) {
-  std::array<char, 8> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(),
-                                 static_cast<std::uint32_t>(scalar), 16);
-  std::string number(digits.data(), end.ptr);
-  std::ranges::transform(number, number.begin(), [](char digit) {
-    return digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
-  });
+  std::string number;
+  for (; scalar != 0 || number.empty(); scalar >>= 4U) {
+    number.insert(number.begin(), Hexadecimal::capitalDigits[scalar & 0xFU]);
+  }
   result.append("\\u{").append(number).append("}");
 }
 
