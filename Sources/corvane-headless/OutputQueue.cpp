@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
-#include "CorvaneControl/Platform/Transfer.h"
+#include "CorvaneControl/Transfer.h"
 
 namespace CorvaneControl::Headless {
 

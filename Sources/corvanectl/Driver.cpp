@@ -23,7 +23,7 @@
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
-#include "CorvaneControl/Platform/Transfer.h"
+#include "CorvaneControl/Transfer.h"
 #include "CorvaneControl/UnixSocket.h"
 #include "Printing.h"
 #include "StandardInput.h"

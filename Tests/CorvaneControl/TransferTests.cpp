@@ -1,4 +1,4 @@
-#include "CorvaneControl/Platform/Transfer.h"
+#include "CorvaneControl/Transfer.h"
 
 #include <gtest/gtest.h>
 
