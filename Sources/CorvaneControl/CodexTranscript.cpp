@@ -1,7 +1,6 @@
 #include "CorvaneControl/CodexTranscript.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/JSON.h"
+#include "CorvaneControl/Transfer.h"
 
 namespace CorvaneControl::CodexTranscript {
 namespace {
@@ -62,15 +62,13 @@ struct Window {
 
 /// Reads `count` bytes that stand at `offset`; fewer only where the file ends. Absent at an error.
 std::optional<std::size_t> readAt(int file, std::uint64_t offset, char* bytes, std::size_t count) {
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t now = pread(file, bytes + done, count - done, static_cast<off_t>(offset + done));
-    if (now < 0 && errno == EINTR) continue;
-    if (now < 0) return std::nullopt;
-    if (now == 0) break;
-    done += static_cast<std::size_t>(now);
-  }
-  return done;
+  const ssize_t done = Transfer::readAll(bytes, count, [&](char* next, std::size_t most) {
+    const ssize_t now = pread(file, next, most, static_cast<off_t>(offset));
+    if (now > 0) offset += static_cast<std::uint64_t>(now);
+    return now;
+  });
+  if (done < 0) return std::nullopt;
+  return static_cast<std::size_t>(done);
 }
 
 /// Where the line around `offset` begins, told from what stands `before` it; absent when it begins

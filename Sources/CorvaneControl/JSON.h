@@ -152,6 +152,10 @@ class Sink {
 /// 64-bit FNV-1a over everything that is appended.
 class Hash {
  public:
+  Hash() = default;
+  /// Begins with another number than FNV-1a does, to be independent of its value.
+  explicit Hash(std::uint64_t start) : value_(start) {}
+
   void append(char byte) { value_ = (value_ ^ static_cast<unsigned char>(byte)) * prime; }
   void append(std::string_view bytes);
   std::uint64_t value() const { return value_; }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/Transfer.h"
 #include "CorvaneControl/UnixSocket.h"
 #include "corvane-headless/Visible.h"
 
@@ -33,10 +34,7 @@ class FolderLock {
  public:
   explicit FolderLock(const std::string& folder)
       : descriptor_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (descriptor_ >= 0) {
-      while (::flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
-      }
-    }
+    if (descriptor_ >= 0) Transfer::uninterrupted([&] { return ::flock(descriptor_, LOCK_EX); });
   }
   ~FolderLock() {
     if (descriptor_ >= 0) ::close(descriptor_);

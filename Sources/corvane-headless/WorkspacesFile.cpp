@@ -14,6 +14,7 @@
 #include "CorvaneControl/JSON.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/Transfer.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless::WorkspacesFile {
@@ -31,17 +32,15 @@ constexpr std::string_view sampleText = R"json([
 
 constexpr std::string_view sectionWithoutName = "Workspaces";
 
-std::uint64_t hash(std::string_view text, std::uint64_t state) {
-  for (const char character : text) {  // FNV-1a
-    state = (state ^ static_cast<std::uint8_t>(character)) * 0x100000001b3;
-  }
-  return state;
+std::uint64_t hash(std::string_view text, JSON::Hash hash) {
+  hash.append(text);
+  return hash.value();
 }
 
 /// An identifier made from a name, so that a workspace keeps its own from one start to the next.
 UUID identifierOf(std::string_view name) {
-  const std::array<std::uint64_t, 2> halves{hash(name, 0xcbf29ce484222325),
-                                            hash(name, 0x9e3779b97f4a7c15)};
+  const std::array<std::uint64_t, 2> halves{hash(name, JSON::Hash()),
+                                            hash(name, JSON::Hash(0x9e3779b97f4a7c15))};
   UUID identifier;
   for (std::size_t index = 0; index < identifier.bytes.size(); ++index) {
     identifier.bytes[index] = static_cast<std::uint8_t>(halves[index / 8] >> (8 * (7 - index % 8)));
@@ -267,19 +266,17 @@ Result<std::vector<WorkspaceSummary>, Problem> read(const std::string& path,
   if (descriptor < 0) return unreadable(errno);
   std::string text;
   std::array<char, 8192> chunk{};
-  int code = 0;
-  while (text.size() <= largestFile) {
-    const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
-    if (count > 0) {
-      text.append(chunk.data(), static_cast<std::size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      if (count < 0) code = errno;
-      break;
-    }
-  }
+  ssize_t count = 0;
+  do {
+    count = Transfer::uninterrupted([&] { return ::read(descriptor, chunk.data(), chunk.size()); });
+    if (count > 0) text.append(chunk.data(), static_cast<std::size_t>(count));
+  } while (count > 0 && text.size() <= largestFile);
+  const int code = errno;
   ::close(descriptor);
-  if (code != 0) return unreadable(code);
-  if (text.size() > largestFile) return Problem{visible(path) + ": larger than 16 MiB"};
+  if (count < 0) return unreadable(code);
+  if (text.size() > largestFile) {
+    return Problem{visible(path) + ": larger than " + std::to_string(largestFileMiB) + " MiB"};
+  }
   return parse(text, path, home);
 }
 

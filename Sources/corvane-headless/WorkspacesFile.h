@@ -28,8 +28,9 @@ struct Problem {
 
 /// The most windows that a file may give to a workspace.
 inline constexpr std::int64_t mostWindows = 1'000'000;
-/// The largest file, in bytes.
-inline constexpr std::size_t largestFile = 16U << 20U;
+/// The size of the largest file.
+inline constexpr std::size_t largestFileMiB = 16;
+inline constexpr std::size_t largestFile = largestFileMiB << 20U;  // bytes
 
 /// Reads all workspaces, or none. `file` is the name that problems call the text by: "FILE:LINE:
 /// ..." for a text that is no JSON, "FILE: [2].windows: ..." for a wrong workspace. `home` stands
