@@ -69,38 +69,31 @@ Application::Application(Workspaces workspaces, Answering answering, Console& co
 
 void Application::request(ConnectionID connection, const ControlRequest& request) {
   using Command = ControlRequest::Command;
-  if (request.command == Command::notify) {
-    notify(connection, request);
-  } else if (request.command == Command::subscribe) {
-    console_.log("A client follows the workspaces.");
-    const auto position = workspaces_.current();
-    ControlEvent first{.event = ControlEvent::Kind::workspace};
-    if (position) first.workspace = workspaces_[*position];
-    clients_.subscribe(connection, first);
-  } else {
-    clients_.answer(connection, respond(request));
-  }
-}
-
-ControlResponse Application::respond(const ControlRequest& request) {
-  using Command = ControlRequest::Command;
   const std::string name = request.workspace.value_or("");
   switch (request.command) {
     case Command::list:
-      return list();
+      return clients_.answer(connection, list());
     case Command::current:
-      return current();
+      return clients_.answer(connection, current());
     case Command::switchTo:
-      return switchTo(name);
+      return clients_.answer(connection, switchTo(name));
     case Command::launch:
-      return launch(name);
+      return clients_.answer(connection, launch(name));
     case Command::stop:
-      return stop(name);
+      return clients_.answer(connection, stop(name));
     case Command::subscribe:
+      return subscribe(connection);
     case Command::notify:
-      break;
+      return notify(connection, request);
   }
-  return ControlResponse::failure("That is no question.");
+}
+
+void Application::subscribe(ConnectionID connection) {
+  console_.log("A client follows the workspaces.");
+  const auto position = workspaces_.current();
+  ControlEvent first{.event = ControlEvent::Kind::workspace};
+  if (position) first.workspace = workspaces_[*position];
+  clients_.subscribe(connection, first);
 }
 
 ControlResponse Application::list() {
@@ -258,9 +251,7 @@ std::string Application::placeOf(const ControlRequest& request) const {
   const auto position = workspaces_.holding(folder);
   if (position) return workspaces_[*position].name;
   if (folder.empty()) return "no folder";
-  return visibleStart(
-             CorvaneControl::DisplayPath::abbreviated(folder, CorvaneControl::System::homeFolder()),
-             200) +
+  return visibleStart(DisplayPath::abbreviated(folder, System::homeFolder()), 200) +
          ", which is in no workspace";
 }
 

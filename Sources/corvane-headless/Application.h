@@ -64,7 +64,6 @@ class Application {
     std::string what{};   ///< Visible, for the log: "Run npm test".
   };
 
-  ControlResponse respond(const ControlRequest& request);
   ControlResponse list();
   ControlResponse current();
   ControlResponse switchTo(std::string_view name);
@@ -75,6 +74,7 @@ class Application {
   ControlResponse about(std::size_t position) const;
   void windowsChanged(std::size_t position, std::string_view verb, std::int64_t before);
 
+  void subscribe(ConnectionID connection);
   void notify(ConnectionID connection, const ControlRequest& request);
   void progress(const ControlRequest& request);
   void attend(const ControlRequest& request);
