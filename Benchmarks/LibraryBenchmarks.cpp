@@ -26,7 +26,7 @@ std::string toolInput(std::size_t size) {
   std::string content;
   while (content.size() < size) content += "    say(\"hello/there\", count);\n";
   std::string text = R"({"file_path":"/home/user/project/a.c","content":)";
-  JSON::writeString(content, JSON::Slashes::plain, text);
+  JSON::write(JSON::Value::ofString(content), JSON::Slashes::plain, text);
   return text + "}";
 }
 

@@ -488,10 +488,6 @@ void write(const Value& value, Slashes slashes, Hash& hash) {
   serialise(value, slashes, HashOutput{hash});
 }
 
-void writeString(std::string_view string, Slashes slashes, std::string& text) {
-  quote(string, slashes, TextOutput{text});
-}
-
 void writeInteger(std::int64_t integer, std::string& text) {
   writeDigits(integer, TextOutput{text});
 }

@@ -170,13 +170,11 @@ class Hash {
 /// Every other number is written as ECMAScript writes it (RFC 8785), except that a negative zero
 /// keeps its sign: the shortest digits that read back as the same double, without a fraction when
 /// integral, with an exponent from 1e21 on and below 1e-6. What is not finite, which no text gives,
-/// is null.
+/// is null. In strings only quotation mark, backslash, the controls below U+0020 and, by `slashes`,
+/// "/" are escaped.
 void write(const Value& value, Slashes slashes, std::string& text);
 void write(const Value& value, Slashes slashes, Sink& sink);
 void write(const Value& value, Slashes slashes, Hash& hash);
-/// Writes `string` between quotation marks. Beyond quotation mark, backslash and, by `slashes`,
-/// "/", only the controls below U+0020 are escaped.
-void writeString(std::string_view string, Slashes slashes, std::string& text);
 void writeInteger(std::int64_t integer, std::string& text);
 
 }  // namespace CorvaneControl::JSON

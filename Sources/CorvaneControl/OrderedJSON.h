@@ -69,7 +69,6 @@ class OrderedJSON {
   /// digits after "\u" may begin with a sign, "+" always and "-" before zero, so "\u+041" is "A".
   static Result<OrderedJSON, SyntaxError> parse(std::string_view text);
 
-  bool isNull() const { return tag() == Tag::null; }
   /// The alternatives; absent for every value of another type. Texts are valid until the value
   /// changes or moves.
   std::optional<bool> boolean() const;

@@ -270,8 +270,8 @@ TEST(AgentNotification, noMessageHasNoPreview) {
 /// The same preview, made step by step of the whole text.
 std::optional<std::string> wholePreview(std::string_view text) {
   std::vector<std::string_view> kept;
-  for (const std::string_view line : Text::lines(text)) {
-    const std::string_view trimmed = Text::trimmed(line);
+  while (const auto line = Text::nextLine(text)) {
+    const std::string_view trimmed = Text::trimmed(*line);
     if (!trimmed.empty() && !trimmed.starts_with("```") && !trimmed.starts_with("~~~")) {
       kept.push_back(trimmed);
     }

@@ -159,7 +159,7 @@ class Cut : public testing::TestWithParam<CutCase> {
     json += '"';
     json += row.member;
     json += "\":";
-    JSON::writeString(text, JSON::Slashes::plain, json);
+    JSON::write(JSON::Value::ofString(text), JSON::Slashes::plain, json);
     const Parsed input(json + "}");
     return Permission::parse(row.tool, *input, {});
   }

@@ -47,9 +47,9 @@ inline std::string object(
   std::string text = "{";
   for (const auto& [key, value] : all) {
     if (text.size() > 1) text += ',';
-    JSON::writeString(key, JSON::Slashes::plain, text);
+    JSON::write(JSON::Value::ofString(key), JSON::Slashes::plain, text);
     text += ':';
-    JSON::writeString(value, JSON::Slashes::plain, text);
+    JSON::write(JSON::Value::ofString(value), JSON::Slashes::plain, text);
   }
   return text + "}";
 }

@@ -234,7 +234,7 @@ TEST(JSON, writesEveryByteAtEveryPlaceOfAString) {
       std::string string(18, 'a');
       string[place] = static_cast<char>(byte);
       std::string text;
-      writeString(string, Slashes::escaped, text);
+      write(Value::ofString(string), Slashes::escaped, text);
       auto copy = text;
       const auto document = Document::parse(copy);
       ASSERT_TRUE(document) << text;
@@ -382,7 +382,7 @@ std::string randomText(std::mt19937& random, int depth) {
         string += pieces[pick(std::size(pieces))];
       }
       std::string text;
-      writeString(string, Slashes::plain, text);
+      write(Value::ofString(string), Slashes::plain, text);
       return text;
     }
     case 4: {

@@ -354,7 +354,7 @@ TEST(OrderedJSON, eachAlternativeAnswersForItselfOnly) {
                                 parsed("\"\""), parsed("[]"),   parsed("{}")};
   for (const OrderedJSON& value : values) {
     const auto index = &value - values;
-    EXPECT_EQ(value.isNull(), index == 0);
+    EXPECT_EQ(value == OrderedJSON(), index == 0);
     EXPECT_EQ(value.boolean().has_value(), index == 1);
     EXPECT_EQ(value.number().has_value(), index == 2);
     EXPECT_EQ(value.string().has_value(), index == 3);

@@ -497,7 +497,7 @@ std::string replaced(const JSON::Value& object, std::size_t at, std::string_view
   std::string text = "{";
   for (std::size_t index = 0; index < object.members().size(); ++index) {
     if (index > 0) text += ",";
-    JSON::writeString(object.members()[index].key, JSON::Slashes::plain, text);
+    JSON::write(JSON::Value::ofString(object.members()[index].key), JSON::Slashes::plain, text);
     text += ":";
     if (index == at) {
       text += replacement;
@@ -571,10 +571,9 @@ TEST(Notify, runningOutOfMemoryIsSilent) {
   if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
-  const std::string path = folder.write("large", R"({"a":[)" + std::string(8'000'000, '1') + "]}");
   std::string values = R"({"hook_event_name":"Stop","a":[1)";
   while (values.size() < 8'000'000) values += ",1";
-  folder.write("large", values + "]}");
+  const std::string path = folder.write("large", values + "]}");
   for (const rlim_t limit : {rlim_t{8} << 20, rlim_t{16} << 20, rlim_t{64} << 20}) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     ChildOptions options = against(peer.path(), {"notify", "--agent", "claude"});

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <vector>
 
 #include "CorvaneControl/UTF8.h"
 
@@ -14,7 +15,6 @@ namespace CorvaneControl::Text {
 namespace {
 
 constexpr std::string_view ellipsis = "\xE2\x80\xA6";
-constexpr std::string_view replacement = "\xEF\xBF\xBD";
 
 std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
 bool isASCII(char character) { return byte(character) < 0x80; }
@@ -212,7 +212,7 @@ std::string repaired(std::string bytes) {
   std::string result = bytes.substr(0, good);
   std::string_view rest = std::string_view(bytes).substr(good);
   while (!rest.empty()) {
-    result += replacement;
+    append(result, UTF8::replacement);
     rest.remove_prefix(UTF8::first(rest).size);
     const std::size_t next = wellFormedBytes(rest);
     result += rest.substr(0, next);
@@ -278,12 +278,6 @@ bool isBlank(std::string_view text) {
     text.remove_prefix(scalar.size);
   }
   return true;
-}
-
-std::vector<std::string_view> lines(std::string_view text) {
-  std::vector<std::string_view> result;
-  while (const auto line = nextLine(text)) result.push_back(*line);
-  return result;
 }
 
 std::optional<std::string_view> firstLine(std::string_view text) { return nextLine(text); }

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// Text as people see it: UTF-8 in and out, counted and cut in characters. A character is an
 /// extended grapheme cluster (UAX #29); CR LF is one. All work is linear in the text.
@@ -38,10 +37,8 @@ std::string_view trimmedOfLines(std::string_view text);
 /// Whether nothing but white space (TAB, Zs) is in it; true for the empty text.
 bool isBlank(std::string_view text);
 
-/// The pieces between line breaks (U+000A to U+000D, U+0085, U+2028, U+2029; CR LF is one), empty
-/// ones left out.
-std::vector<std::string_view> lines(std::string_view text);
-/// The first piece that `lines` would give; absent when there is none.
+/// The first of the pieces between line breaks (U+000A to U+000D, U+0085, U+2028, U+2029; CR LF is
+/// one), empty ones left out; absent when there is none.
 std::optional<std::string_view> firstLine(std::string_view text);
 /// The same, and takes it off the front of `text` with all before it and the line break behind it.
 std::optional<std::string_view> nextLine(std::string_view& text);
