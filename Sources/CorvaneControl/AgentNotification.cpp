@@ -8,6 +8,8 @@
 #include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Markdown.h"
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/ToolInput.h"
+#include "CorvaneControl/UTF8.h"
 #include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl::AgentNotification {
@@ -101,9 +103,8 @@ JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
 /// Whether a text begins and ends as an object of suggestions does. An answer is prose as a rule,
 /// and this tells it from JSON without the copy that parsing needs.
 bool mayBeSuggestion(std::string_view text) {
-  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   constexpr std::string_view space = " \t\n\r";
-  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  if (text.starts_with(UTF8::byteOrderMark)) text.remove_prefix(UTF8::byteOrderMark.size());
   const std::size_t brace = text.find_first_not_of(space);
   if (brace == std::string_view::npos || text[brace] != '{') return false;
   if (text[text.find_last_not_of(space)] != '}') return false;
@@ -155,8 +156,8 @@ bool isReviewed(const JSON::Value& input, const Surroundings& surroundings) {
 
 /// The summary of the command in a tool's input: a string, or strings joined with spaces.
 std::optional<std::string> commandSummary(const JSON::Value& input) {
-  const JSON::Value* toolInput = input.object("tool_input");
-  const JSON::Value* command = toolInput == nullptr ? nullptr : toolInput->find("command");
+  const JSON::Value toolInput = ToolInput::of(input);
+  const JSON::Value* command = toolInput.find("command");
   if (command == nullptr) return std::nullopt;
   if (!command->isArray()) return summary(command);
 
@@ -271,10 +272,7 @@ Event permissionRequest(const JSON::Value& input, std::optional<std::string> cwd
                         std::optional<std::string> session, bool isClaude,
                         const Surroundings& surroundings) {
   const std::string_view tool = input.string("tool_name").value_or("");
-  const JSON::Value noInput = JSON::Value::ofObject({});
-  const JSON::Value* given = input.object("tool_input");
-  const JSON::Value& toolInput = given == nullptr ? noInput : *given;
-
+  const JSON::Value toolInput = ToolInput::of(input);
   const auto home = surroundings.homeFolder ? surroundings.homeFolder() : std::nullopt;
 
   Event event{.kind = AttentionKind::needsInput, .session = std::move(session)};

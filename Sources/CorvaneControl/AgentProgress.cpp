@@ -5,6 +5,7 @@
 
 #include "CorvaneControl/AgentNotification.h"
 #include "CorvaneControl/AgentPermission.h"
+#include "CorvaneControl/ToolInput.h"
 #include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl {
@@ -71,9 +72,8 @@ std::optional<std::string> taskOf(Agent agent, const JSON::Value& input) {
 std::optional<std::string> toolCallOf(const JSON::Value& input) {
   const auto tool = input.string("tool_name");
   if (!tool) return std::nullopt;
-  const JSON::Value noInput = JSON::Value::ofObject({});
-  const JSON::Value* toolInput = input.object("tool_input");
-  return AgentPermission::fingerprint(*tool, toolInput == nullptr ? &noInput : toolInput);
+  const JSON::Value toolInput = ToolInput::of(input);
+  return AgentPermission::fingerprint(*tool, &toolInput);
 }
 
 }  // namespace

@@ -80,8 +80,7 @@ class Tokens {
   /// Reads exactly one value with nothing but white space around it.
   template <class Builder>
   bool readDocument(Builder& builder) {
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if constexpr (dialect.skipsByteOrderMark) skip(byteOrderMark);
+    if constexpr (dialect.skipsByteOrderMark) skip(UTF8::byteOrderMark);
     if (!readValue(builder)) return false;
     skipWhitespace();
     return next_ == end_ || fail("something follows the value");

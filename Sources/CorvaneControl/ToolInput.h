@@ -6,8 +6,14 @@
 
 #include "CorvaneControl/JSON.h"
 
-/// What cards and replies both read of a tool's input, as the agent sent it.
+/// What several subjects read of a tool's input, as the agent sent it.
 namespace CorvaneControl::ToolInput {
+
+/// The tool's input in a hook's; an empty object when there is none.
+inline JSON::Value of(const JSON::Value& hookInput) {
+  const auto* input = hookInput.object("tool_input");
+  return input ? *input : JSON::Value::ofObject({});
+}
 
 /// The elements of a list of objects; absent for every other value, and for null.
 inline std::optional<std::span<const JSON::Value>> objects(const JSON::Value* list) {

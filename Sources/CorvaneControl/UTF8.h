@@ -8,6 +8,7 @@
 namespace CorvaneControl::UTF8 {
 
 inline constexpr char32_t replacement = 0xFFFD;
+inline constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 /// The beginning of a text: a well-formed sequence, or else the maximal part of one (a byte at
 /// least), which stands for U+FFFD.

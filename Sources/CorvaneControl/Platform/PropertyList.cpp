@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CorvaneControl/Platform/Text.h"
+#include "CorvaneControl/UTF8.h"
 #include "CorvaneControl/Unreachable.h"
 
 namespace CorvaneControl::PropertyList {
@@ -45,12 +46,11 @@ std::string fromUTF16(std::string_view bytes, bool littleEndian = false) {
     if (high == 0) Text::append(result, unit);
   }
   if (high != 0) Text::append(result, high);
-  if (!bytes.empty()) Text::append(result, 0xFFFD);
+  if (!bytes.empty()) Text::append(result, UTF8::replacement);
   return result;
 }
 
 // ---- The XML form -------------------------------------------------------------------------------
-
 //
 // The platform's own reader is no XML parser, and real files show it: white space before the
 // declaration, a declaration that names another encoding than the byte-order mark, comments with
@@ -105,8 +105,8 @@ Source::Source(std::string_view bytes) {
     bytes = text;
     encoding = "UTF-8";
   }
-  if (constexpr std::string_view mark = "\xEF\xBB\xBF"; bytes.starts_with(mark)) {
-    bytes.remove_prefix(mark.size());
+  if (bytes.starts_with(UTF8::byteOrderMark)) {
+    bytes.remove_prefix(UTF8::byteOrderMark.size());
     encoding = "UTF-8";
   }
   bytes.remove_prefix(std::min(bytes.find_first_not_of(whiteSpace), bytes.size()));
