@@ -213,12 +213,6 @@ class Conflicts {
   std::optional<std::size_t> active_{};
 };
 
-/// The number of the line that the byte at `offset` stands on.
-std::size_t lineOf(std::string_view text, std::size_t offset) {
-  return static_cast<std::size_t>(
-      1 + std::ranges::count(text.substr(0, std::min(offset, text.size())), '\n'));
-}
-
 }  // namespace
 
 Result<std::vector<WorkspaceSummary>, Problem> parse(const std::string& text, std::string_view file,
@@ -228,8 +222,8 @@ Result<std::vector<WorkspaceSummary>, Problem> parse(const std::string& text, st
   JSON::SyntaxError error;
   const auto document = JSON::Document::parse(parsed, {}, &error);
   if (!document) {
-    return Problem{name + ":" + std::to_string(lineOf(text, error.offset)) +
-                   ": not JSON: " + visible(error.reason)};
+    const auto line = 1 + std::ranges::count(std::string_view(text).substr(0, error.offset), '\n');
+    return Problem{name + ":" + std::to_string(line) + ": not JSON: " + visible(error.reason)};
   }
 
   const JSON::Value* entries = &document->root();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Support/RandomJSON.h"
+#include "Support/Repeated.h"
 
 namespace CorvaneControl {
 
@@ -24,6 +25,7 @@ namespace {
 
 using CorvaneControl::OrderedJSON;
 using CorvaneTests::RandomJSON;
+using CorvaneTests::repeated;
 
 const auto named = [](const auto& row) { return std::string(row.param.name); };
 
@@ -40,12 +42,6 @@ bool parses(std::string_view text) { return bool(OrderedJSON::parse(text)); }
 
 OrderedJSON number(std::string_view text) { return OrderedJSON(OrderedJSON::Number{text}); }
 OrderedJSON string(std::string_view text) { return OrderedJSON(text); }
-
-std::string repeated(std::string_view piece, std::size_t count) {
-  std::string text;
-  for (; count > 0; --count) text += piece;
-  return text;
-}
 
 // Values
 

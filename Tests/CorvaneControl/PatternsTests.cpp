@@ -12,20 +12,15 @@
 #include <vector>
 
 #include "CorvaneControl/Platform/Text.h"
+#include "Support/Repeated.h"
 
 namespace {
 
 namespace Patterns = CorvaneControl::Patterns;
 namespace Text = CorvaneControl::Text;
+using CorvaneTests::repeated;
 
 const auto named = [](const auto& row) { return std::string(row.param.name); };
-
-std::string repeated(std::string_view piece, std::size_t count) {
-  std::string text;
-  text.reserve(piece.size() * count);
-  for (std::size_t index = 0; index < count; ++index) text += piece;
-  return text;
-}
 
 // ---- Marks at the start of a line ---------------------------------------------------------------
 

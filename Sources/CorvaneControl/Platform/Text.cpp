@@ -18,6 +18,10 @@ constexpr std::string_view ellipsis = "\xE2\x80\xA6";
 
 std::uint8_t byte(char character) { return static_cast<std::uint8_t>(character); }
 bool isASCII(char character) { return byte(character) < 0x80; }
+char lowercased(char character) {
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                              : character;
+}
 bool isContinuation(char character) { return (byte(character) & 0xC0U) == 0x80; }
 
 // Eight bytes at once, for the long stretches of every ordinary text. The tests below are exact for
@@ -321,9 +325,7 @@ std::string collapsed(std::string_view text, std::size_t limit) {
 
 std::string lowercasedASCII(std::string_view text) {
   std::string result(text);
-  for (char& letter : result) {
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-  }
+  std::ranges::transform(result, result.begin(), lowercased);
   return result;
 }
 
@@ -345,8 +347,7 @@ std::string caseFolded(std::string_view text) {
   while (!text.empty()) {
     const Scalar scalar = firstScalar(text);
     if (scalar.value < 0x80) {
-      const char letter = text.front();
-      result += letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+      result += lowercased(text.front());
     } else {
       append(result, simpleFolding(scalar.value));
     }

@@ -10,11 +10,13 @@
 
 #include <sys/resource.h>
 
+#include "Support/Repeated.h"
 #include "Support/SystemUnderTest.h"
 
 namespace {
 
 using CorvaneControl::Markdown::plainText;
+using CorvaneTests::repeated;
 
 struct MarkdownCase {
   const char* name;
@@ -22,13 +24,6 @@ struct MarkdownCase {
   std::string plain;
 };
 const auto named = [](const auto& row) { return std::string(row.param.name); };
-
-std::string repeated(std::string_view piece, std::size_t count) {
-  std::string text;
-  text.reserve(piece.size() * count);
-  for (std::size_t index = 0; index < count; ++index) text += piece;
-  return text;
-}
 
 const MarkdownCase inlineCases[] = {
     {"nothing", "", ""},

@@ -16,22 +16,17 @@
 #include <vector>
 
 #include "CorvaneControl/Platform/Text.h"
+#include "Support/Repeated.h"
 
 namespace {
 
 using CorvaneControl::PropertyList::strings;
 namespace Text = CorvaneControl::Text;
+using CorvaneTests::repeated;
 
 using Members = std::map<std::string, std::string>;
 
 const auto named = [](const auto& row) { return std::string(row.param.name); };
-
-std::string repeated(std::string_view piece, std::size_t count) {
-  std::string text;
-  text.reserve(piece.size() * count);
-  for (std::size_t index = 0; index < count; ++index) text += piece;
-  return text;
-}
 
 const std::string corpus = CORVANE_SOURCE_DIR "/Tests/Fuzz/Corpus/PropertyList/";
 

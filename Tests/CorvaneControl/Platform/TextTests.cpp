@@ -11,22 +11,18 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Support/Repeated.h"
+
 namespace {
 
 namespace Text = CorvaneControl::Text;
+using CorvaneTests::repeated;
 
 constexpr std::size_t everything = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t tenMegabytes = 10'000'000;
 constexpr std::size_t megabytes = 2'000'000;
 
 const auto named = [](const auto& row) { return std::string(row.param.name); };
-
-std::string repeated(std::string_view piece, std::size_t count) {
-  std::string text;
-  text.reserve(piece.size() * count);
-  for (std::size_t index = 0; index < count; ++index) text += piece;
-  return text;
-}
 
 /// A text of up to `length` of the pieces, in any order.
 std::string randomText(std::mt19937& random, const std::vector<std::string>& pieces,
