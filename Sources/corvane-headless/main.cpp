@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -159,6 +160,8 @@ int main(int count, char** words) {
   if (!System::occupyStandardDescriptors()) {
     return fail("standard descriptors: " + System::errorText(errno));
   }
+  // A file that may not grow is a failed write, which is told as any other.
+  std::signal(SIGXFSZ, SIG_IGN);
   // As they are: names of files need not be UTF-8.
   return act(CommandLine::parse({words + std::min(count, 1), words + count}));
 }

@@ -268,6 +268,8 @@ std::string currentDirectory() {
 }  // namespace
 
 void drive(std::span<char*> words) {
+  // A file that may not grow is a failed write, which is told as any other.
+  std::signal(SIGXFSZ, SIG_IGN);
   const bool isNotify = !words.empty() && words.front() == std::string_view("notify");
   if (!isNotify) act(words, false);
   // A reply that nobody reads must not end the hook with a signal.

@@ -71,6 +71,12 @@ inline bool refuseOpening() {
 #endif
 }
 
+/// From now on this process, and what it becomes, can make no file longer. Safe after a fork.
+inline void refuseFileGrowth() {
+  const rlimit limit{.rlim_cur = 0, .rlim_max = 0};
+  ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
 /// The read time-out, in seconds, of another process's socket, told from those that it inherited by
 /// its write time-out; absent where the system does not let one look.
 inline std::optional<long> readTimeout(pid_t process, long writeTimeout) {

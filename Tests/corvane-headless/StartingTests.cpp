@@ -56,6 +56,18 @@ TEST(Starting, failsWhenHelpCannotBePrinted) {
   EXPECT_EQ(ended.errors, "corvane-headless: standard output: No space left on device\n");
 }
 
+TEST(Starting, saysThatItsOutputMayNotGrow) {
+  const TemporaryFolder folder;
+  const int file = ::open(folder.path("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 0);
+  const Ended ended =
+      run(CORVANE_HEADLESS,
+          {.arguments = {"--help"}, .given = {{1, file}}, .beforeExec = refuseFileGrowth});
+  ::close(file);
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "corvane-headless: standard output: File too large\n");
+}
+
 TEST(Starting, refusesBadWords) {
   const Ended ended = headless({"--socket"});
   EXPECT_EQ(ended.status, 2);

@@ -10,9 +10,13 @@
 #include <filesystem>
 #include <future>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "CorvaneControl/ControlCommandLine.h"
 #include "Corvanectl.h"
@@ -627,6 +631,24 @@ TEST(Corvanectl, saysThatItsOutputCannotBeWritten) {
   EXPECT_EQ(ended.errors, message);
 }
 
+TEST(Corvanectl, saysThatItsOutputMayNotGrow) {
+  const std::string message = "The output can't be written: File too large\n";
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending(mailAndReview + "\n"));
+  const int file = ::open(folder.path("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 0);
+  for (const auto& [words, status] :
+       {std::pair{std::vector<std::string>{"list"}, 1}, {{"help"}, 1}, {{"subscribe"}, 3}}) {
+    ChildOptions options = against(peer.path(), words);
+    options.given = {{1, file}};
+    options.beforeExec = refuseFileGrowth;
+    const Ended ended = run(corvanectl(), options);
+    EXPECT_EQ(ended.status, status);
+    EXPECT_EQ(ended.errors, message);
+  }
+  ::close(file);
+}
+
 TEST(Corvanectl, saysThatNobodyReadsItsOutput) {
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending(mailAndReview + "\n"));
@@ -655,6 +677,46 @@ TEST(Subscribe, endsInSilenceWhenItsReaderIsGoneAndNoSignalSaysSo) {
   ::close(broken[1]);
   EXPECT_EQ(ended.status, 3);
   EXPECT_EQ(ended.errors, "");
+}
+
+TEST(Subscribe, goesOnWhenItsReaderCameBackBeforeItLooked) {
+  const TemporaryFolder folder;
+  std::promise<void> readerIsBack;
+  ScriptedPeer peer(folder.path("s"), [&](Conversation& talk) {
+    talk.send("first\n");
+    readerIsBack.get_future().wait();
+    talk.send("second\n");
+  });
+  const std::string path = folder.path("fifo");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const auto openToRead = [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); };
+  int reader = openToRead();
+  const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  ChildOptions options = against(peer.path(), {"subscribe"});
+  options.given = {{1, writer}};
+  ChildProcess child(corvanectl(), options);
+  ::close(writer);
+  const auto readLine = [&](std::string_view line) {
+    std::array<char, 64> bytes{};
+    pollfd readable{reader, POLLIN, 0};
+    ::poll(&readable, 1, 10'000);
+    const ssize_t count = ::read(reader, bytes.data(), bytes.size());
+    EXPECT_EQ(std::string_view(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0),
+              line);
+  };
+  readLine("first\n");
+  child.signal(SIGSTOP);
+  int stopped = 0;
+  ASSERT_EQ(::waitpid(child.pid(), &stopped, WUNTRACED), child.pid());
+  ::close(reader);
+  reader = openToRead();
+  child.signal(SIGCONT);
+  readerIsBack.set_value();
+  readLine("second\n");
+  const Ended ended = child.wait();
+  ::close(reader);
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.errors, "Corvane quit.\n");
 }
 
 TEST(Corvanectl, withoutAFileForAClosedDescriptorNothingIsSent) {

@@ -433,6 +433,23 @@ TEST(Notify, endsWithZeroWhenNobodyTakesTheReply) {
   ::close(broken[1]);
 }
 
+TEST(Notify, endsWithZeroWhenNoFileMayGrow) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true,\"decision\":\"allowed\"}\n"));
+  const int file = ::open(folder.path("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 0);
+  ChildOptions reply = hook(peer.path(), permission);
+  reply.given = {{1, file}};
+  reply.beforeExec = refuseFileGrowth;
+  expectSilence(run(corvanectl(), reply));
+  ChildOptions usage{.arguments = {"notify", "--bogus"}};
+  usage.given = {{2, file}};
+  usage.beforeExec = refuseFileGrowth;
+  EXPECT_EQ(run(corvanectl(), usage).status, 0);
+  ::close(file);
+  EXPECT_EQ(contents(folder.path("out")), "");
+}
+
 TEST(Notify, readsItsInputOnlyForAnAgentItKnows) {
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
