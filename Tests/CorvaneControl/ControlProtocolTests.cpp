@@ -485,6 +485,8 @@ TEST(ControlProtocol, recordsHashByEveryField) {
             std::hash<ControlResponse>()({.workspaces = std::vector<WorkspaceSummary>(2)}));
   EXPECT_NE(std::hash<ControlResponse>()({.choices = {{{1}, {2}}}}),
             std::hash<ControlResponse>()({.choices = {{{1, 2}}}}));
+  EXPECT_NE(std::hash<ControlEvent>()({.workspace = WorkspaceSummary{}}),
+            std::hash<ControlEvent>()({}));
   EXPECT_NE(std::hash<ControlRequest>()({.permission = AgentPermission{}}),
             std::hash<ControlRequest>()({.permission = AgentPermission{.subject = "ls"}}));
 }
@@ -531,6 +533,28 @@ TEST(ControlProtocol, fieldsAreFoundBesideEveryOtherKey) {
     EXPECT_EQ(*read, (ControlResponse{.ok = true, .error = "e"})) << key;
   }
   EXPECT_EQ(recoded<ControlResponse>(R"({"ok":true,"ok":false})"), R"({"ok":false})");
+}
+
+template <class Enumeration>
+void expectTextsOfItsOwn() {
+  for (const auto& entry : wireNames(Enumeration{})) {
+    EXPECT_EQ(wireName(entry.value), entry.name);
+    EXPECT_EQ(wireValue<Enumeration>(entry.name), entry.value) << entry.name;
+  }
+  for (const std::string_view other : {"", "Done", "done ", "needsInput", "?"}) {
+    EXPECT_EQ(wireValue<Enumeration>(other), std::nullopt) << other;
+  }
+}
+
+TEST(ControlProtocol, enumerationsAreFoundByTheirTexts) {
+  expectTextsOfItsOwn<AttentionKind>();
+  expectTextsOfItsOwn<AgentActivity>();
+  expectTextsOfItsOwn<ControlRequest::Command>();
+  expectTextsOfItsOwn<ControlEvent::Kind>();
+  expectTextsOfItsOwn<AgentPermission::Action>();
+  expectTextsOfItsOwn<PermissionAnswer>();
+  expectTextsOfItsOwn<PlanApproval>();
+  expectTextsOfItsOwn<AgentPermission::Line::Kind>();
 }
 
 TEST(ControlProtocol, hostsCompareByAlternativeAndPayload) {
