@@ -138,33 +138,37 @@ Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
   return failure;
 }
 
-/// Waits until the socket has something to read; false once nobody reads standard output any more.
-bool waitForInput(int socket) {
+/// Waits until the socket has something to read; false once nobody reads standard output any more,
+/// and nobody can come back to it.
+bool waitForInput(int socket, bool mayComeBack) {
   std::array<pollfd, 2> waited = {pollfd{socket, POLLIN, 0}, pollfd{STDOUT_FILENO, POLLHUP, 0}};
   for (;;) {
     if (::poll(waited.data(), waited.size(), -1) < 0) {
       if (errno != EINTR) return false;
       continue;
     }
-    if ((waited[1].revents & (POLLERR | POLLHUP)) != 0) return false;
+    if ((waited[1].revents & (POLLERR | POLLHUP)) != 0 && !mayComeBack) return false;
     if (waited[0].revents != 0) return true;
-    waited[1].fd = -1;  // a device that cannot be waited for
+    waited[1].fd = -1;  // a device that cannot be waited for, or a reader that may come back
   }
 }
 
 /// Passes on every line the moment it has arrived whole, all lines of one read at once.
 [[noreturn]] void follow(int socket) {
   ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
+  const bool isFIFO = CorvaneControl::System::isFIFO(STDOUT_FILENO);
+  // The signal would end this without a word, and a reader that comes back would wait for ever.
+  if (isFIFO) std::signal(SIGPIPE, SIG_IGN);
   LineReader reader(socket);
   for (;;) {
     errno = 0;
     if (const auto lines = reader.nextLines()) {
       if (write(*lines, STDOUT_FILENO)) continue;
-      if (errno == EPIPE) end(ExitStatus::unreachable);  // like any filter
+      if (errno == EPIPE && !isFIFO) end(ExitStatus::unreachable);  // like any filter
       failWriting(errno, ExitStatus::unreachable);
     } else if (errno != EAGAIN) {
       fail("Corvane quit.", ExitStatus::unreachable);
-    } else if (!waitForInput(socket)) {
+    } else if (!waitForInput(socket, isFIFO)) {
       end(ExitStatus::unreachable);
     }
   }

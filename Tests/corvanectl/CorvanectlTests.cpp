@@ -9,13 +9,14 @@
 #include <csignal>
 #include <filesystem>
 #include <future>
+#include <optional>
+#include <string_view>
 #include <thread>
 #include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "CorvaneControl/ControlCommandLine.h"
@@ -679,44 +680,68 @@ TEST(Subscribe, endsInSilenceWhenItsReaderIsGoneAndNoSignalSaysSo) {
   EXPECT_EQ(ended.errors, "");
 }
 
-TEST(Subscribe, goesOnWhenItsReaderCameBackBeforeItLooked) {
-  const TemporaryFolder folder;
-  std::promise<void> readerIsBack;
-  ScriptedPeer peer(folder.path("s"), [&](Conversation& talk) {
-    talk.send("first\n");
-    readerIsBack.get_future().wait();
-    talk.send("second\n");
-  });
-  const std::string path = folder.path("fifo");
-  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  const auto openToRead = [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); };
-  int reader = openToRead();
-  const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  ChildOptions options = against(peer.path(), {"subscribe"});
-  options.given = {{1, writer}};
-  ChildProcess child(corvanectl(), options);
-  ::close(writer);
-  const auto readLine = [&](std::string_view line) {
+/// A call of `subscribe` whose output goes into a FIFO. The application sends "first", and "second"
+/// once it may.
+class SubscribeIntoFIFO : public testing::Test {
+ protected:
+  SubscribeIntoFIFO() {
+    EXPECT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    openToRead();
+    const int writer = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+    ChildOptions options = against(peer_.path(), {"subscribe"});
+    options.given = {{1, writer}};
+    child_.emplace(corvanectl(), options);
+    ::close(writer);
+  }
+  ~SubscribeIntoFIFO() override { ::close(reader_); }
+
+  void openToRead() { reader_ = ::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }
+  void closeReader() {
+    ::close(std::exchange(reader_, -1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // time to see it
+  }
+  void expectLine(std::string_view line) {
     std::array<char, 64> bytes{};
-    pollfd readable{reader, POLLIN, 0};
+    pollfd readable{reader_, POLLIN, 0};
     ::poll(&readable, 1, 10'000);
-    const ssize_t count = ::read(reader, bytes.data(), bytes.size());
+    const ssize_t count = ::read(reader_, bytes.data(), bytes.size());
     EXPECT_EQ(std::string_view(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0),
               line);
-  };
-  readLine("first\n");
-  child.signal(SIGSTOP);
-  int stopped = 0;
-  ASSERT_EQ(::waitpid(child.pid(), &stopped, WUNTRACED), child.pid());
-  ::close(reader);
-  reader = openToRead();
-  child.signal(SIGCONT);
-  readerIsBack.set_value();
-  readLine("second\n");
-  const Ended ended = child.wait();
-  ::close(reader);
-  EXPECT_EQ(ended.status, 3);
-  EXPECT_EQ(ended.errors, "Corvane quit.\n");
+  }
+  void sendSecond() { mayGoOn_.set_value(); }
+  Ended ended() { return child_->wait(); }
+
+ private:
+  TemporaryFolder folder_;
+  std::string path_ = folder_.path("fifo");
+  std::promise<void> mayGoOn_;
+  ScriptedPeer peer_{folder_.path("s"), [this](Conversation& talk) {
+                       talk.send("first\n");
+                       mayGoOn_.get_future().wait();
+                       talk.send("second\n");
+                     }};
+  int reader_ = -1;
+  std::optional<ChildProcess> child_;
+};
+
+TEST_F(SubscribeIntoFIFO, goesOnWhenItsReaderComesBack) {
+  expectLine("first\n");
+  closeReader();
+  openToRead();
+  sendSecond();
+  expectLine("second\n");
+  const Ended end = ended();
+  EXPECT_EQ(end.status, 3);
+  EXPECT_EQ(end.errors, "Corvane quit.\n");
+}
+
+TEST_F(SubscribeIntoFIFO, saysThatItsReaderHasNotComeBack) {
+  expectLine("first\n");
+  closeReader();
+  sendSecond();
+  const Ended end = ended();
+  EXPECT_EQ(end.status, 3);
+  EXPECT_EQ(end.errors, "The output can't be written: Broken pipe\n");
 }
 
 TEST(Corvanectl, withoutAFileForAClosedDescriptorNothingIsSent) {

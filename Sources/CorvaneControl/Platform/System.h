@@ -64,6 +64,10 @@ void disableBrokenPipeSignal(int socket);
 /// `disableBrokenPipeSignal` has set a peer that went away gives EPIPE and never a signal.
 ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept;
 
+/// Whether a descriptor is of a FIFO: unlike a pipe it has a name, so that somebody who opens it
+/// may come to read it when nobody does. False when the system can't tell.
+bool isFIFO(int descriptor);
+
 /// The effective user of a connected socket's other end; absent for every other descriptor, and
 /// when the system can't tell.
 std::optional<uid_t> peerUser(int socket);

@@ -1,4 +1,6 @@
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <xlocale.h>
 
@@ -69,6 +72,14 @@ void disableBrokenPipeSignal(int socket) {
 // The socket's own option (disableBrokenPipeSignal) keeps the signal away.
 ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept {
   return ::write(descriptor, bytes, count);
+}
+
+// A pipe has no path.
+bool isFIFO(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return false;
+  std::array<char, PATH_MAX> path{};
+  return ::fcntl(descriptor, F_GETPATH, path.data()) == 0;
 }
 
 std::optional<uid_t> peerUser(int socket) {

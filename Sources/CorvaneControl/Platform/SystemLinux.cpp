@@ -8,6 +8,7 @@
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -64,6 +65,15 @@ ssize_t write(int descriptor, const void* bytes, std::size_t count) noexcept {
   const ssize_t sent = ::send(descriptor, bytes, count, MSG_NOSIGNAL);
   if (sent >= 0 || errno != ENOTSOCK) return sent;
   return ::write(descriptor, bytes, count);
+}
+
+// A pipe has no path: its link leads to "pipe:" and a number.
+bool isFIFO(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return false;
+  char start = '\0';
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  return ::readlink(link.c_str(), &start, 1) == 1 && start == '/';
 }
 
 std::optional<uid_t> peerUser(int socket) {

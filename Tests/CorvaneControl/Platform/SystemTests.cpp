@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -226,6 +227,23 @@ TEST(System, writesToDescriptorsOfEveryKind) {
     ::close(descriptor);
   }
   EXPECT_EQ(write(-1, "abc", 3), -1);
+}
+
+TEST(System, aFIFOIsToldFromAPipe) {
+  const CorvaneTests::TemporaryFolder folder;
+  const std::string path = folder.path("fifo");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const int fifo = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  EXPECT_TRUE(isFIFO(fifo));
+  ::close(fifo);
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  const int file = ::open(folder.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  for (const int other : {pipe[0], pipe[1], file}) {
+    EXPECT_FALSE(isFIFO(other));
+    ::close(other);
+  }
+  EXPECT_FALSE(isFIFO(-1));
 }
 
 TEST(System, memoryGrowsAndKeepsWhatIsInIt) {
