@@ -30,13 +30,9 @@ std::string timeNow() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   ::localtime_r(&now, &local);
-  std::string text;
-  for (const int part : {local.tm_hour, local.tm_min, local.tm_sec}) {
-    if (!text.empty()) text.push_back(':');
-    text.push_back(static_cast<char>('0' + part / 10));
-    text.push_back(static_cast<char>('0' + part % 10));
-  }
-  return text;
+  std::array<char, sizeof "23:59:60"> text{};
+  std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+  return text.data();
 }
 
 /// Whether colours are welcome: NO_COLOR (no-color.org) and dumb terminals say no.

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "CorvaneControl/Platform/Files.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Transfer.h"
 #include "CorvaneControl/UnixSocket.h"
@@ -21,12 +22,6 @@ namespace {
 constexpr int backlog = 1024;
 /// Seconds that whoever serves the socket already gets to show it.
 constexpr double patience = 1;
-
-std::string folderOf(const std::string& path) {
-  const std::size_t end = path.rfind('/');
-  if (end == std::string::npos) return ".";
-  return end == 0 ? "/" : path.substr(0, end);
-}
 
 /// A lock on a folder, so that of two that start at the same time the second sees the first. A
 /// folder that can't be locked is none: sockets are taken over without, then.
@@ -80,7 +75,7 @@ Result<SocketFile, SocketFile::Problem> SocketFile::claim(const std::string& pat
   if (const auto address = UnixSocket::unixAddress(path); !address) {
     return Problem{visible(address.failure().description())};
   }
-  const FolderLock lock(folderOf(path));
+  const FolderLock lock(Files::split(path).folder);
   if (auto found = obstacle(path)) return *std::move(found);
   const auto listener = UnixSocket::listen(path, backlog);
   if (!listener) return problem(path, listener.failure().description());
@@ -106,7 +101,7 @@ SocketFile::~SocketFile() {
 }
 
 std::optional<SocketFile::Problem> makeFolderOf(const std::string& path) {
-  const std::string folder = folderOf(path);
+  const std::string folder = Files::split(path).folder;
   for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
     const std::string part = folder.substr(0, end);
     if (::mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) {

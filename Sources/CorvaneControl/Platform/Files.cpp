@@ -78,16 +78,6 @@ Result<Contents, Failure> readContents(int file, const std::string& path, Calls&
                   static_cast<mode_t>(status.st_mode & allPermissions)};
 }
 
-struct Parts {
-  std::string folder;
-  std::string name;
-};
-Parts split(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return {".", path};
-  return {path.substr(0, slash == 0 ? 1 : slash), path.substr(slash + 1)};
-}
-
 /// `folder`/`name`; the folder alone without a name.
 std::string joined(std::string folder, const std::string& name) {
   if (!name.empty() && !folder.ends_with('/')) folder += '/';
@@ -186,6 +176,12 @@ int Calls::unlinkAt(int folder, const char* name) { return ::unlinkat(folder, na
 Calls& systemCalls() {
   static Calls calls;
   return calls;
+}
+
+Parts split(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return {".", path};
+  return {path.substr(0, slash == 0 ? 1 : slash), path.substr(slash + 1)};
 }
 
 Result<bool, Failure> isFolder(const std::string& path, Calls& calls) {

@@ -56,6 +56,13 @@ class Calls {
 /// The calls themselves.
 Calls& systemCalls();
 
+/// What a path says of where a file is; nothing is looked up.
+struct Parts {
+  std::string folder{};  ///< "." for a name alone.
+  std::string name{};    ///< Empty behind a last slash.
+};
+Parts split(const std::string& path);
+
 /// Whether `path` is a folder, or a symbolic link to one. It is none where "no such file" or "not a
 /// folder" is on the way; whatever else keeps one from looking is a failure.
 Result<bool, Failure> isFolder(const std::string& path, Calls& calls = systemCalls());
