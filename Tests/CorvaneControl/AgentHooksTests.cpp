@@ -889,9 +889,9 @@ TEST(AgentHookFile, theStateFollowsTheFile) {
   }
 }
 
-TEST(AgentHookFile, aMissingFolderHasNoEntriesAndTakesNone) {
-  const TemporaryFolder folder;
-  const AgentHookFile file{.agent = Agent::codex, .home = folder.path()};
+/// Without its folder in `home` an agent has no entries, and gets none for that reason.
+void expectNoEntriesWithoutFolder(const TemporaryFolder& home, int reason) {
+  const AgentHookFile file{.agent = Agent::codex, .home = home.path()};
   const auto state = file.state(tool);
   ASSERT_TRUE(state);
   EXPECT_EQ(*state, State::absent);
@@ -899,8 +899,13 @@ TEST(AgentHookFile, aMissingFolderHasNoEntriesAndTakesNone) {
   ASSERT_FALSE(change);
   EXPECT_EQ(change.failure().problem, std::nullopt);
   ASSERT_TRUE(change.failure().file);
-  EXPECT_EQ(change.failure().file->code, ENOENT);
-  EXPECT_EQ(change.failure().file->path, folder.path(".codex"));
+  EXPECT_EQ(change.failure().file->code, reason);
+  EXPECT_EQ(change.failure().file->path, home.path(".codex"));
+}
+
+TEST(AgentHookFile, aMissingFolderHasNoEntriesAndTakesNone) {
+  const TemporaryFolder folder;
+  expectNoEntriesWithoutFolder(folder, ENOENT);
   EXPECT_FALSE(folder.holds(".codex"));
 }
 
@@ -918,15 +923,7 @@ TEST(AgentHookFile, aToolPathThatIsNoUTF8WritesNothing) {
 TEST(AgentHookFile, aFolderThatIsAFileHasNoEntriesAndTakesNone) {
   const TemporaryFolder folder;
   folder.write(".codex", "");
-  const AgentHookFile file{.agent = Agent::codex, .home = folder.path()};
-  const auto state = file.state(tool);
-  ASSERT_TRUE(state);
-  EXPECT_EQ(*state, State::absent);
-  const auto change = file.add(tool);
-  ASSERT_FALSE(change);
-  ASSERT_TRUE(change.failure().file);
-  EXPECT_EQ(change.failure().file->code, ENOTDIR);
-  EXPECT_EQ(change.failure().file->path, folder.path(".codex"));
+  expectNoEntriesWithoutFolder(folder, ENOTDIR);
 }
 
 TEST(AgentHookFile, twoAddsAtOnceBothSucceed) {

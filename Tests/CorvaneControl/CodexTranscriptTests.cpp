@@ -585,26 +585,34 @@ TEST_F(CodexTranscriptFile, mayBeAppendedToWhileItIsRead) {
   EXPECT_FALSE(autoReviewed(name));
 }
 
+/// Cuts a file with `content` short and writes the rest again, over and over, as long as `read`
+/// runs. At least the first `kept` bytes stay.
+template <class Read>
+void whileCutShort(const std::string& name, const std::string& content, std::size_t kept,
+                   Read read) {
+  std::atomic<bool> reading = true;
+  std::thread writer([&] {
+    std::minstd_rand random(2);
+    const Open descriptor(name, O_RDWR | O_APPEND);
+    while (reading) {
+      const std::size_t size = kept + random() % (content.size() - kept);
+      if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) std::abort();
+      append(descriptor, std::string_view(content).substr(size));
+    }
+  });
+  for (int round = 0; round < 300; ++round) read(round);
+  reading = false;
+  writer.join();
+}
+
 TEST_F(CodexTranscriptFile, mayBeCutShortWhileItIsRead) {
   // What is never cut off has the answer, and so has what comes and goes.
   for (const std::string& record : {automatic, manual}) {
     const std::string content = record + "\n" + filler(700'000) + record + "\n" + filler(300'000);
     const std::string name = file(content);
-    std::atomic<bool> reading = true;
-    std::thread writer([&] {
-      std::minstd_rand random(2);
-      const Open descriptor(name, O_RDWR | O_APPEND);
-      while (reading) {
-        const std::size_t size = record.size() + 1 + random() % (content.size() - record.size());
-        if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) std::abort();
-        append(descriptor, std::string_view(content).substr(size));
-      }
-    });
-    for (int round = 0; round < 300; ++round) {
+    whileCutShort(name, content, record.size() + 1, [&](int round) {
       EXPECT_EQ(autoReviewed(name, {.window = 10'000}), record == automatic) << round;
-    }
-    reading = false;
-    writer.join();
+    });
     EXPECT_EQ(autoReviewed(name), record == automatic);
   }
 }
@@ -612,19 +620,7 @@ TEST_F(CodexTranscriptFile, mayBeCutShortWhileItIsRead) {
 TEST_F(CodexTranscriptFile, mayBeEmptiedWhileItIsRead) {
   const std::string content = manual + "\n" + filler(700'000) + automatic + "\n" + filler(300'000);
   const std::string name = file(content);
-  std::atomic<bool> reading = true;
-  std::thread writer([&] {
-    std::minstd_rand random(2);
-    const Open descriptor(name, O_RDWR | O_APPEND);
-    while (reading) {
-      const auto size = static_cast<off_t>(random() % content.size());
-      if (ftruncate(descriptor, size) != 0) std::abort();
-      append(descriptor, std::string_view(content).substr(static_cast<std::size_t>(size)));
-    }
-  });
-  for (int round = 0; round < 300; ++round) autoReviewed(name, {.window = 10'000});
-  reading = false;
-  writer.join();
+  whileCutShort(name, content, 0, [&](int) { autoReviewed(name, {.window = 10'000}); });
   EXPECT_TRUE(autoReviewed(name));
 }
 
