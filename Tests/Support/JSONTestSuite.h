@@ -9,8 +9,8 @@
 
 namespace CorvaneTests {
 
-/// A file of the public JSON test suite. Its name begins with the verdict: "y_", "n_", or "i_" where
-/// the suite leaves the choice.
+/// A file of the public JSON test suite. Its name begins with the verdict: "y_", "n_", or "i_"
+/// where the suite leaves the choice.
 struct SuiteFile {
   std::string name;
   std::string text;
@@ -23,9 +23,8 @@ inline std::vector<SuiteFile> jsonTestSuite() {
   if (!std::filesystem::is_directory(folder)) return files;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     std::ifstream file(entry.path(), std::ios::binary);
-    files.push_back(
-        {entry.path().filename().string(),
-         {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()}});
+    files.push_back({entry.path().filename().string(),
+                     {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()}});
   }
   return files;
 }
