@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -98,22 +97,26 @@ inline std::size_t plainBytes(const Block& block) {
   return Block::before(block.isBelow(0x20) | block.isEqualTo('"') | block.isEqualTo('\\'));
 }
 
-/// Copies a text whose bytes are all plain, as most are; false for any other, which may then have
-/// been copied in part.
-inline bool copyPlain(std::string_view text, char* place) {
-  if (text.size() < Block::size) {
-    return std::ranges::all_of(text, [&](char byte) {
-      *place++ = byte;
-      return isPlain(byte);
-    });
+/// What has to be known of a text before it is put between quotation marks.
+struct Content {
+  bool needsEscapes = false;  ///< Some byte does not stand for itself; "/" does.
+  bool isBeyondASCII = false;
+};
+
+/// Looks through `size` bytes. The `Block::size` bytes behind them are overwritten.
+inline Content contentOf(char* text, std::size_t size) {
+  constexpr Block::Bytes filling = Block::all(' ');
+  std::memcpy(text + size, &filling, Block::size);
+  Block::Bytes all{};
+  decltype(all < filling) escaped{};
+  for (std::size_t position = 0; position < size; position += Block::size) {
+    const Block block(text + position);
+    all |= block.bytes;
+    escaped |=
+        (block.isBelow(0x20) & ~block.isBelow(0)) | block.isEqualTo('"') | block.isEqualTo('\\');
   }
-  const std::size_t last = text.size() - Block::size;
-  for (std::size_t position = 0;; position = std::min(position + Block::size, last)) {
-    const Block block(text.data() + position);
-    if (plainBytes(block) < Block::size) return false;
-    std::memcpy(place + position, &block.bytes, Block::size);
-    if (position == last) return true;  // it may overlap the one before
-  }
+  return {.needsEscapes = Block::before(escaped) < Block::size,
+          .isBeyondASCII = Block::before(all < Block::Bytes{}) < Block::size};
 }
 
 /// Hands `string` between quotation marks to `output`, which takes pieces and single bytes. Only

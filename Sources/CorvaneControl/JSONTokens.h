@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "CorvaneControl/Hexadecimal.h"
 #include "CorvaneControl/JSONStrings.h"
@@ -86,6 +87,56 @@ class Tokens {
     return next_ == end_ || fail("something follows the value");
   }
 
+  // For a reader that knows what comes next. Each steps over that, or says false.
+
+  bool skip(char expected) {
+    if (current() != expected) return false;
+    ++next_;
+    return true;
+  }
+
+  // Always inlined: a text of a known size is compared without a call.
+  [[gnu::always_inline]] bool skip(std::string_view expected) {
+    if (remaining() < expected.size()) return false;
+    if (std::memcmp(next_, expected.data(), expected.size()) != 0) return false;
+    next_ += expected.size();
+    return true;
+  }
+
+  /// Any `size` bytes; empty when there are fewer.
+  std::string_view take(std::size_t size) {
+    if (remaining() < size) return {};
+    return {std::exchange(next_, next_ + size), size};
+  }
+
+  /// A string in quotation marks, if it has no escapes; without them.
+  bool readUnescapedString(std::string_view& string) { return skip('"') && readUnescaped(string); }
+
+  bool readNumber(NumberToken& number) {
+    const char* const start = next_;
+    number.isNegative = skip('-');
+    if (!skip('0')) {
+      const char* const digits = next_;
+      number.magnitude = readDigits();
+      if (next_ == digits) return fail(unexpected);
+      number.isWhole = fits(digits, number.magnitude);
+    } else {
+      number.isWhole = true;
+    }
+    if (current() == '.' || current() == 'e' || current() == 'E') {
+      number.isWhole = false;
+      if (skip('.') && !skipDigits()) return false;
+      if (skip('e') || skip('E')) {
+        if (!skip('+')) skip('-');
+        if (!skipDigits()) return false;
+      }
+    }
+    number.text = {start, static_cast<std::size_t>(next_ - start)};
+    return true;
+  }
+
+  bool isAtEnd() const { return next_ == end_; }
+
   /// Where reading stopped, in bytes, and why: a short text for people without a final full stop.
   std::size_t offset() const { return static_cast<std::size_t>(next_ - begin_); }
   std::string_view reason() const { return reason_; }
@@ -99,19 +150,6 @@ class Tokens {
   /// NUL at the end: no token has one, so it fails there like every other wrong byte.
   char current() const { return next_ != end_ ? *next_ : '\0'; }
   std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
-
-  bool skip(char expected) {
-    if (current() != expected) return false;
-    ++next_;
-    return true;
-  }
-
-  bool skip(std::string_view expected) {
-    if (remaining() < expected.size()) return false;
-    if (std::memcmp(next_, expected.data(), expected.size()) != 0) return false;
-    next_ += expected.size();
-    return true;
-  }
 
   void skipWhitespace() {
     while (next_ != end_ && static_cast<unsigned char>(*next_) <= ' ') {
@@ -232,18 +270,27 @@ class Tokens {
   bool readString(Builder& builder, std::string_view& string) {
     const char* const start = ++next_;
     isMalformed_ = false;
-    while (true) {
-      skipPlain();
-      if (skip('"')) {
-        string = wellFormed(builder, {start, static_cast<std::size_t>(next_ - 1 - start)});
-        return true;
-      }
-      if (current() == '\\') break;
-      if (readBeyondASCII() == 0) return false;
+    if (readUnescaped(string)) {
+      string = wellFormed(builder, string);
+      return true;
     }
+    if (current() != '\\') return false;
     const std::string_view characters(start, static_cast<std::size_t>(next_ - start));
     char* const out = builder.resolve(characters);
     return readRest(builder, string, start, out);
+  }
+
+  /// From behind the quotation mark to behind the next; false at an escape or an error.
+  bool readUnescaped(std::string_view& string) {
+    const char* const start = next_;
+    while (true) {
+      skipPlain();
+      if (skip('"')) {
+        string = {start, static_cast<std::size_t>(next_ - 1 - start)};
+        return true;
+      }
+      if (current() == '\\' || readBeyondASCII() == 0) return false;
+    }
   }
 
   void skipPlain() {
@@ -374,26 +421,8 @@ class Tokens {
 
   template <class Builder>
   bool readNumber(Builder& builder) {
-    const char* const start = next_;
     NumberToken number;
-    number.isNegative = skip('-');
-    if (!skip('0')) {
-      const char* const digits = next_;
-      number.magnitude = readDigits();
-      if (next_ == digits) return fail(unexpected);
-      number.isWhole = fits(digits, number.magnitude);
-    } else {
-      number.isWhole = true;
-    }
-    if (current() == '.' || current() == 'e' || current() == 'E') {
-      number.isWhole = false;
-      if (skip('.') && !skipDigits()) return false;
-      if (skip('e') || skip('E')) {
-        if (!skip('+')) skip('-');
-        if (!skipDigits()) return false;
-      }
-    }
-    number.text = {start, static_cast<std::size_t>(next_ - start)};
+    if (!readNumber(number)) return false;
     return builder.number(number) || fail("a number out of range");
   }
 

@@ -14,6 +14,15 @@ constexpr std::array<std::uint8_t, 16> places = {0,  2,  4,  6,  9,  11, 14, 16,
                                                  19, 21, 24, 26, 28, 30, 32, 34};
 constexpr std::array<std::uint8_t, 4> hyphens = {8, 13, 18, 23};
 
+/// The two digits of every byte.
+constexpr auto capitalPairs = [] {
+  std::array<std::array<char, 2>, 256> pairs{};
+  for (std::size_t byte = 0; byte < pairs.size(); ++byte) {
+    pairs[byte] = {Hexadecimal::capitalDigits[byte >> 4U], Hexadecimal::capitalDigits[byte & 15U]};
+  }
+  return pairs;
+}();
+
 }  // namespace
 
 std::optional<UUID> UUID::parse(std::string_view text) {
@@ -42,8 +51,7 @@ std::string UUID::text() const {
 void UUID::write(char* place) const {
   for (const std::uint8_t hyphen : hyphens) place[hyphen] = '-';
   for (std::size_t index = 0; index < places.size(); ++index) {
-    place[places[index]] = Hexadecimal::capitalDigits[bytes[index] >> 4];
-    place[places[index] + 1U] = Hexadecimal::capitalDigits[bytes[index] & 15];
+    std::memcpy(place + places[index], capitalPairs[bytes[index]].data(), 2);
   }
 }
 

@@ -241,6 +241,7 @@ std::string currentDirectory() {
 
 [[noreturn]] void act(std::span<char*> words, bool isNotify) {
   std::vector<std::string> arguments;
+  arguments.reserve(words.size());
   for (const char* const word : words) {
     arguments.push_back(CorvaneControl::Text::repaired(word));
   }

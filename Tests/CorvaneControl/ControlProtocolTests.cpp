@@ -523,6 +523,95 @@ TEST(ControlProtocol, aLineIsReadWhereItStands) {
   EXPECT_TRUE(text.ends_with(" and more"));
 }
 
+/// What a text is read as: the record written again, or why it is none.
+template <class Record>
+std::string told(const Result<Record, ControlCoding::Failure>& read) {
+  if (read) return ControlCoding::line(*read);
+  const auto& offset = read.failure().offset;
+  return read.failure().description + (offset ? " at " + std::to_string(*offset) : "");
+}
+
+/// A line in the form in which it was written is read without a document. It has to be told from
+/// every other text, and read as that is.
+template <class Record>
+void isReadAsItsDocumentIs(const std::string& text) {
+  std::string source = text;
+  JSON::SyntaxError error;
+  const auto document = JSON::Document::parse(source, {}, &error);
+  const std::string expected =
+      document ? told(ControlCoding::decode<Record>(document->root()))
+               : told(Result<Record, ControlCoding::Failure>(
+                     ControlCoding::Failure{"not JSON: " + error.reason, error.offset}));
+  ASSERT_EQ(told(ControlCoding::decode<Record>(text)), expected) << text;
+}
+
+/// Every prefix of a line, and every line with one byte exchanged, missing or more.
+template <class Record>
+void isReadAsItsDocumentIsWhateverHappensToIt(const std::string& line) {
+  constexpr std::string_view bytes("\0\t\n \"\\/{}[],:-+.0189eEnutf\x7f\x80\xE2\xFF", 34);
+  isReadAsItsDocumentIs<Record>(line);
+  for (std::size_t place = 0; place <= line.size(); ++place) {
+    isReadAsItsDocumentIs<Record>(line.substr(0, place));
+    if (place < line.size()) isReadAsItsDocumentIs<Record>(std::string(line).erase(place, 1));
+    for (const char byte : bytes) {
+      isReadAsItsDocumentIs<Record>(std::string(line).insert(place, 1, byte));
+      if (place == line.size()) continue;
+      std::string changed = line;
+      changed[place] = byte;
+      isReadAsItsDocumentIs<Record>(changed);
+    }
+  }
+}
+
+TEST(ControlProtocol, aLineIsReadAsTheDocumentThatItIs) {
+  isReadAsItsDocumentIsWhateverHappensToIt<ControlResponse>(
+      R"({"choices":[[0,12],[],[-9223372036854775808]],"decision":"allow","error":"⌥ é",)"
+      R"("ok":true,"paused":false,"workspace":)" +
+      workspace + R"(,"workspaces":[{"active":false,"attention":)" + attention + R"(,"id":)" + id +
+      R"(,"name":"⌥ Site","section":"","windows":-3},)" + workspace + "]}");
+  isReadAsItsDocumentIsWhateverHappensToIt<ControlResponse>(R"({"error":"\u2325\n","ok":true})");
+  isReadAsItsDocumentIsWhateverHappensToIt<ControlEvent>(R"({"event":"workspace","workspace":)" +
+                                                         workspace + "}");
+  isReadAsItsDocumentIsWhateverHappensToIt<ControlRequest>(
+      R"({"cmux":)" + pane + R"(,"command":"notify","cwd":"/tmp/a b","permission":)" + card +
+      R"(,"process":-2147483648})");
+}
+
+TEST(ControlProtocol, aLineIsReadWhateverTheOrderOfItsKeys) {
+  for (const std::string& text :
+       {std::string(R"({"error":"no","ok":true})"), std::string(R"({"ok":true,"error":"no"})"),
+        std::string(R"( {"error":"no","ok":true} )"),
+        std::string(R"({"error":"n\u006f","ok":true})"),
+        std::string(R"({"error":"no","new":[1],"ok":true})"),
+        std::string(R"({"error":"","error":"no","ok":1,"ok":true})"),
+        std::string(R"({"error":"no","ok":true,"paused":null})")}) {
+    EXPECT_EQ(recoded<ControlResponse>(text), R"({"error":"no","ok":true})") << text;
+  }
+}
+
+TEST(ControlProtocol, integersAreReadToTheirEnds) {
+  const auto windows = [](const std::string& number) {
+    return recoded<WorkspaceSummary>(R"({"active":true,"id":)" + id +
+                                     R"(,"name":"","section":"","windows":)" + number + "}")
+        .has_value();
+  };
+  EXPECT_TRUE(windows("9223372036854775807"));
+  EXPECT_TRUE(windows("-9223372036854775808"));
+  EXPECT_TRUE(windows("-0"));
+  EXPECT_FALSE(windows("9223372036854775808"));
+  EXPECT_FALSE(windows("-9223372036854775809"));
+  EXPECT_FALSE(windows("18446744073709551616"));
+  EXPECT_FALSE(windows("01"));
+  const auto process = [](const std::string& number) {
+    return recoded<ControlRequest>(R"({"command":"list","process":)" + number + "}").has_value();
+  };
+  EXPECT_TRUE(process("2147483647"));
+  EXPECT_TRUE(process("-2147483648"));
+  EXPECT_FALSE(process("2147483648"));
+  EXPECT_FALSE(process("-2147483649"));
+  EXPECT_FALSE(process("4294967296"));
+}
+
 TEST(ControlProtocol, fieldsAreFoundBesideEveryOtherKey) {
   // Before, between and after the fields, and such as begin like one.
   for (const char* const key : {"", "A", "e", "erro", "error2", "errors", "o", "ok ", "okay", "z",
