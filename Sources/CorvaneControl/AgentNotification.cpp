@@ -18,8 +18,11 @@ namespace {
 constexpr std::size_t summaryCharacters = 120;
 constexpr std::size_t longestIdentifier = 128;  ///< Bytes.
 
-/// How much of a message is read at first, in bytes. More than the Markdown reader reads, so that
-/// what lies beyond can only be wanted when this much gives less than a summary.
+/// How much of a message is read at first, in bytes: a few times a summary, as reading Markdown
+/// costs more than anything else that is done with a message.
+constexpr std::size_t startBytes = 512;
+/// How much is read when that does not settle it. More than the Markdown reader reads, so that what
+/// lies beyond can only be wanted when this much gives less than a summary.
 constexpr std::size_t previewBytes = 65'536;
 
 constexpr std::string_view crossSessionTag = "cross-session-message";
@@ -98,6 +101,18 @@ JoinedMessage joinedMessage(std::string_view message, std::size_t limit) {
   }
   if (!hasText && firstLine) append(*firstLine);
   return joined;
+}
+
+/// The preview of every message that begins with the words of `start`, as long as they are more
+/// than a preview holds; absent when what follows may change it. The last word may be half of one.
+std::optional<std::string> settledPreview(std::string_view start) {
+  const std::size_t space = start.rfind(' ');
+  if (space == std::string_view::npos) return std::nullopt;
+  const Markdown::Reading reading = Markdown::read(start.substr(0, space));
+  const std::string_view settled(reading.text.data(), reading.settled);
+  std::string preview = Text::collapsed(settled, summaryCharacters);
+  if (!exceedsSummary(preview)) return std::nullopt;
+  return preview;
 }
 
 /// Whether a text begins and ends as an object of suggestions does. An answer is prose as a rule,
@@ -307,7 +322,11 @@ std::optional<std::string> summary(std::optional<std::string_view> text) {
 
 std::optional<std::string> messagePreview(std::optional<std::string_view> text) {
   if (!text) return std::nullopt;
-  JoinedMessage joined = joinedMessage(*text, previewBytes);
+  JoinedMessage joined = joinedMessage(*text, startBytes);
+  if (!joined.whole) {
+    if (auto preview = settledPreview(joined.text)) return shortened(std::move(*preview));
+    joined = joinedMessage(*text, previewBytes);
+  }
   std::string preview = Text::collapsed(Markdown::plainText(joined.text), summaryCharacters);
   // Marks may take up all that was read, such as a link to a very long address.
   if (!joined.whole && !exceedsSummary(preview)) {

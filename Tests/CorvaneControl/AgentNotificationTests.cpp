@@ -355,6 +355,43 @@ TEST(AgentNotification, everyMessageHasThePreviewOfTheWhole) {
   }
 }
 
+// The start of a message is enough when nothing behind can change what it says.
+TEST(AgentNotification, everyLongerMessageHasThePreviewOfTheWhole) {
+  std::mt19937 random(20261121);
+  const std::string words = "The quick brown fox jumps over the lazy dog and is gone before noon. ";
+  const std::string marks[] = {"**",  "*",  "_", "`",   "``", "[", "]",  "](b)", "](<b c> \"d e\")",
+                               "![",  "<",  ">", "<i>", "~~", "~", "\\", "&lt;", "&",
+                               "***", "__", "!"};
+  for (int round = 0; round < 4000; ++round) {
+    std::string text;
+    const std::size_t size = 100 + random() % 1500;
+    const auto rarely = 1 + random() % 40;
+    while (text.size() < size) {
+      const std::size_t start = random() % words.size();
+      text += words.substr(start, 1 + random() % 30);
+      if (random() % rarely == 0) text += marks[random() % std::size(marks)];
+      if (random() % 20 == 0) text += random() % 2 == 0 ? "\n- " : "\r\n";
+    }
+    ASSERT_EQ(messagePreview(text), wholePreview(text)) << text;
+  }
+}
+
+TEST(AgentNotification, marksAreMatchedHoweverFarTheirOtherHalvesAre) {
+  const std::string words = repeated(100, "word ");
+  for (const std::string mark : {"*", "**", "_", "`", "~~"}) {
+    EXPECT_EQ(messagePreview(mark + words + "end" + mark), messagePreview(words)) << mark;
+    EXPECT_EQ(messagePreview(mark + words + "end"), messagePreview(mark + words)) << mark;
+  }
+  EXPECT_EQ(messagePreview("[" + words + "end](b)"), messagePreview(words));
+  EXPECT_EQ(messagePreview("![" + words + "end](b)"), messagePreview(words));
+  // Marks within brackets are not matched with those before them.
+  const auto beginning = [](const std::string& message) {
+    return messagePreview(message).value_or("").substr(0, 9);
+  };
+  EXPECT_EQ(beginning("*a [b* " + words + "](c)"), "*a b* wor");
+  EXPECT_EQ(beginning("*a [b* " + words), "a [b word");
+}
+
 TEST(AgentNotification, aLongMessageIsReadInLinearTime) {
   for (const char* piece : {"[", "*", "`", "<", "![", "# ", "> ", "- ", "a\n", "\n", "[a](", "**a ",
                             "~~~\n", "_a_ ", "&amp;", "\\"}) {

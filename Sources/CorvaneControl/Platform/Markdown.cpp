@@ -211,40 +211,68 @@ cmark_node* parsed(std::string_view line) {
   return cmark_parser_finish(parser);
 }
 
+/// What may begin or end what encloses a text, and is left in it while its other half is missing.
+/// (A backslash and the start of an entity need nothing that comes behind white space.)
+constexpr const char* marksOfPairs = "`*_[]<~";
+
 /// Appends the texts of all leaves, in order. What encloses them (emphasis, links, images,
 /// strikethrough) has no text of its own.
-void appendText(cmark_node* document, std::string& text) {
+///
+/// Marks are matched from the left, and those within brackets before those around them. So what
+/// comes later can change nothing before the outermost node in which a mark is left.
+void appendText(cmark_node* document, Reading& reading) {
+  cmark_node* const paragraph = cmark_node_first_child(document);
+  std::size_t outermostAt = 0;
+  bool isSettled = true;
   cmark_iter* const iterator = cmark_iter_new(document);
   while (cmark_iter_next(iterator) != CMARK_EVENT_DONE) {
-    const char* const literal = cmark_node_get_literal(cmark_iter_get_node(iterator));
-    if (literal != nullptr) text += literal;
+    cmark_node* const node = cmark_iter_get_node(iterator);
+    const bool isOutermost = cmark_node_parent(node) == paragraph;
+    if (isOutermost) outermostAt = reading.text.size();
+    const char* const literal = cmark_node_get_literal(node);
+    if (literal == nullptr) continue;
+    if (isSettled && cmark_node_get_type(node) == CMARK_NODE_TEXT) {
+      const std::size_t before = std::strcspn(literal, marksOfPairs);
+      isSettled = literal[before] == '\0';
+      reading.settled = outermostAt + (isOutermost ? before : 0);
+    }
+    reading.text += literal;
   }
+  if (isSettled) reading.settled = reading.text.size();
 }
 
 /// Appends what `line` says; false when memory ran out. The jump ends here and passes over nothing
-/// that has a destructor: `text` and the arena are the caller's.
-bool appendReading(std::string_view line, std::string& text) {
+/// that has a destructor: the reading and the arena are the caller's.
+bool appendReading(std::string_view line, Reading& reading) {
   if (sigsetjmp(arena->outOfMemory, 0) != 0) return false;
-  appendText(parsed(line), text);
+  appendText(parsed(line), reading);
   return true;
 }
 
 }  // namespace
 
-std::string plainText(std::string_view line) {
+std::string plainText(std::string_view line) { return read(line).text; }
+
+Reading read(std::string_view line) {
   const std::string_view head = withoutDroppedEnd(readable(line));
-  if (std::ranges::none_of(head, isSpecial)) return std::string(line);
+  if (std::ranges::none_of(head, isSpecial)) return {std::string(line), head.size()};
   const bool hasReturns = head.find('\r') != std::string_view::npos;
   const std::string replacing = hasReturns ? replaced(head, "\r", carriageReturn) : std::string();
-  const std::string_view read = hasReturns ? replacing : head;
-  std::string result;
-  result.reserve(noBreakSpace.size() + line.size());
-  Arena own(read.size());
+  const std::string_view source = hasReturns ? replacing : head;
+  Reading result;
+  result.text.reserve(noBreakSpace.size() + line.size());
+  Arena own(source.size());
   arena = &own;
-  if (!appendReading(read, result)) throw std::bad_alloc();
-  result.erase(0, noBreakSpace.size());
-  if (hasReturns) result = replaced(result, carriageReturn, "\r");
-  return result += line.substr(head.size());
+  if (!appendReading(source, result)) throw std::bad_alloc();
+  std::string& text = result.text;
+  const auto restored = [&](std::string read) {
+    read.erase(0, noBreakSpace.size());
+    return hasReturns ? replaced(read, carriageReturn, "\r") : read;
+  };
+  result.settled = restored(text.substr(0, result.settled)).size();
+  text = restored(std::move(text));
+  text += line.substr(head.size());
+  return result;
 }
 
 }  // namespace CorvaneControl::Markdown

@@ -20,4 +20,14 @@ inline constexpr std::size_t mostRead = 32'768;  ///< Bytes.
 /// std::bad_alloc.
 std::string plainText(std::string_view line);
 
+/// What `plainText` gives, and how much of it is certain when the line is the start of a longer
+/// one.
+struct Reading {
+  std::string text{};
+  /// Bytes of `text` that stay as they are whatever follows `line`, if that begins with a space: up
+  /// to the first mark that is still without its other half, or what encloses it.
+  std::size_t settled = 0;
+};
+Reading read(std::string_view line);
+
 }  // namespace CorvaneControl::Markdown

@@ -183,6 +183,36 @@ class MarkdownBlock : public testing::TestWithParam<MarkdownCase> {};
 TEST_P(MarkdownBlock, neverBegins) { EXPECT_EQ(plainText(GetParam().line), GetParam().plain); }
 INSTANTIATE_TEST_SUITE_P(Markdown, MarkdownBlock, testing::ValuesIn(blockCases), named);
 
+struct SettledCase {
+  const char* name;
+  std::string line;
+  std::string settled;
+};
+const SettledCase settledCases[] = {
+    {"noMarks", "a b", "a b"},
+    {"nothing", "", ""},
+    {"wholePairs", "*a* **b** `c` ~~d~~ [e](f) ![g](h) <ii:j>", "a b c d e g ii:j"},
+    {"aMark", "a * b", "a "},
+    {"aMarkAtTheStart", "*a b", ""},
+    {"onlyWhatIsBeforeTheFirstMark", "*a* b [c *d* _e", "a b "},
+    {"aMarkInAWord", "a b_c d", "a b"},
+    {"aMarkWithinAPair", "a *b [c* d", "a "},
+    {"aMarkDeepWithinPairs", "a **b *c `d* e** f", "a "},
+    {"marksInCode", "a `*_[]<~` b", "a *_[]<~ b"},
+    {"marksInATag", "a <b c='*'> d", "a <b c='*'> d"},
+    {"anEscapedMark", "a \\* b", "a "},
+    {"aBackslashAndAnEntityOfItsOwn", "a \\ & &amp; *b*", "a \\ & & b"},
+    {"carriageReturns", "\r*a*\rb* c", "\ra\rb"},
+    {"twoLines", "*a*\nb", "a"},
+};
+class MarkdownSettled : public testing::TestWithParam<SettledCase> {};
+TEST_P(MarkdownSettled, endsWhereAMarkIsLeft) {
+  const CorvaneControl::Markdown::Reading reading = CorvaneControl::Markdown::read(GetParam().line);
+  EXPECT_EQ(reading.text.substr(0, reading.settled), GetParam().settled);
+  EXPECT_EQ(reading.text, plainText(GetParam().line));
+}
+INSTANTIATE_TEST_SUITE_P(Markdown, MarkdownSettled, testing::ValuesIn(settledCases), named);
+
 constexpr std::size_t limit = 32'768;
 
 TEST(MarkdownLimit, readsUpTo32768Bytes) {
