@@ -75,9 +75,9 @@ TEST(Notices, pinsAreOfEveryLibraryThatIsLinked) {
     if (!line.starts_with(call)) continue;
     ++count;
     const std::string name = line.substr(call.size(), line.find(' ') - call.size());
-    EXPECT_TRUE(std::ranges::any_of(libraries, [&](const std::string& library) {
-      return library.starts_with(name);
-    })) << name << " has no pin";
+    EXPECT_TRUE(std::ranges::any_of(
+        libraries, [&](const std::string& library) { return library.starts_with(name); }))
+        << name << " has no pin";
   }
   EXPECT_GE(count, 3U);
 }

@@ -18,9 +18,9 @@ using CorvaneTests::Ended;
 using CorvaneTests::HeadlessCorvane;
 using CorvaneTests::Markdown;
 
-std::vector<Block> blocksOf(const std::string& kind) {
+std::vector<Block> blocksOf(const std::string& kind, const std::string& page = "README.md") {
   std::vector<Block> found;
-  for (Block& block : Markdown(CorvaneTests::page("README.md")).blocks) {
+  for (Block& block : Markdown(CorvaneTests::page(page)).blocks) {
     if (block.kind == kind) found.push_back(std::move(block));
   }
   return found;
@@ -58,11 +58,10 @@ class Person {
   HeadlessCorvane corvane_{};
 };
 
-TEST(ReadmeExamples, transcriptsAreWhatHappens) {
-  const std::vector<Block> transcripts = blocksOf("console");
-  EXPECT_GE(transcripts.size(), 2U);
-  for (const Block& transcript : transcripts) {
-    SCOPED_TRACE("README.md:" + std::to_string(transcript.line));
+/// Types each command of the page's transcripts.
+void replayTranscripts(const std::string& page) {
+  for (const Block& transcript : blocksOf("console", page)) {
+    SCOPED_TRACE(page + ":" + std::to_string(transcript.line));
     Person person;
     std::string replayed;
     for (const std::string& line : CorvaneTests::linesOf(transcript.text)) {
@@ -70,6 +69,16 @@ TEST(ReadmeExamples, transcriptsAreWhatHappens) {
     }
     EXPECT_EQ(replayed, transcript.text + "\n");
   }
+}
+
+TEST(ReadmeExamples, transcriptsAreWhatHappens) {
+  EXPECT_GE(blocksOf("console").size(), 2U);
+  replayTranscripts("README.md");
+}
+
+TEST(ReadmeExamples, transcriptsOfThePageOnAgentsAreWhatHappens) {
+  EXPECT_GE(blocksOf("console", "Documentation/agents.md").size(), 1U);
+  replayTranscripts("Documentation/agents.md");
 }
 
 /// The lines of what the demonstration prints, each without its time of day.
