@@ -39,7 +39,7 @@ std::string readmeBlock(std::string_view kind) {
 class FirstSteps : public CorvaneTests::InATerminal {
  protected:
   PseudoTerminal terminal_{columns};
-  HeadlessCorvane corvane_{terminal_.lentTo({.arguments = {"--answer", "ask"}})};
+  HeadlessCorvane corvane_{terminal_.lentTo({})};
 
   /// The agent's hook; it waits until somebody answers.
   CorvaneTests::ChildOptions agent() const {
