@@ -36,28 +36,31 @@ std::string readmeBlock(std::string_view kind) {
 
 /// The first steps that the README tells: a headless Corvane in a terminal, and in another what
 /// an agent says.
-class FirstSteps : public CorvaneTests::InATerminal {
- protected:
-  PseudoTerminal terminal_{columns};
-  HeadlessCorvane corvane_{terminal_.lentTo({})};
+class Steps {
+ public:
+  PseudoTerminal terminal{columns};
+  HeadlessCorvane corvane{terminal.lentTo({})};
 
-  /// The agent's hook; it waits until somebody answers.
-  CorvaneTests::ChildOptions agent() const {
+  /// The agent's hook, once somebody serves it; it waits until it is answered.
+  CorvaneTests::ChildOptions agent() {
+    terminal.waitFor("Serving");
     const std::string programs = std::filesystem::path(CORVANECTL).parent_path();
     return {.arguments = {"-c", "PATH='" + programs + "':$PATH\n" + readmeBlock("sh card")},
-            .environment = {{"CORVANE_SOCKET", corvane_.socketPath()}, {"HOME", "/home/ada"}},
+            .environment = {{"CORVANE_SOCKET", corvane.socketPath()}, {"HOME", "/home/ada"}},
             .withoutEnvironment = {"CMUX_WORKSPACE_ID", "CMUX_SURFACE_ID"}};
   }
 
   /// Waits for the card, and gives what the terminal shows since the start, to the end of the row
   /// that tells the last key.
   std::string_view cardOnScreen() {
-    if (!terminal_.waitFor("[l]")) return {};
-    const std::size_t key = terminal_.screen().find("[l]");
-    if (!terminal_.waitFor("\n", key)) return {};
-    return std::string_view(terminal_.screen()).substr(0, terminal_.screen().find('\n', key) + 1);
+    if (!terminal.waitFor("[l]")) return {};
+    const std::size_t key = terminal.screen().find("[l]");
+    if (!terminal.waitFor("\n", key)) return {};
+    return std::string_view(terminal.screen()).substr(0, terminal.screen().find('\n', key) + 1);
   }
 };
+
+using FirstSteps = CorvaneTests::InATerminal;
 
 /// The rows without the first, which names a socket that is another one every time, and with one
 /// and the same time of day.
@@ -73,10 +76,11 @@ std::string comparable(std::string_view screen) {
 
 // Scripts/picture writes the picture, by way of this test.
 TEST_F(FirstSteps, showTheCardOfThePicture) {
-  if (!terminal_.waitFor("Serving")) return;
-  ChildProcess agent("/bin/sh", FirstSteps::agent());
-  const auto picture = terminalPicture("corvane-headless", comparable(cardOnScreen()), columns);
-  ASSERT_TRUE(picture) << "a sequence that the picture can't show:\n" << terminal_.screen();
+  Steps steps;
+  const ChildProcess agent("/bin/sh", steps.agent());
+  const auto picture =
+      terminalPicture("corvane-headless", comparable(steps.cardOnScreen()), columns);
+  ASSERT_TRUE(picture) << "a sequence that the picture can't show:\n" << steps.terminal.screen();
   if (std::getenv("CORVANE_WRITE_PICTURE") != nullptr) {
     std::ofstream(CORVANE_SOURCE_DIR "/" + std::string(picturePath), std::ios::binary) << *picture;
   }
@@ -85,12 +89,12 @@ TEST_F(FirstSteps, showTheCardOfThePicture) {
 }
 
 TEST_F(FirstSteps, endWithTheReplyThatThePageShows) {
-  if (!terminal_.waitFor("Serving")) return;
-  ChildProcess agent("/bin/sh", FirstSteps::agent());
-  cardOnScreen();
+  Steps steps;
+  ChildProcess agent("/bin/sh", steps.agent());
+  steps.cardOnScreen();
   // As somebody does who has read the card; what is typed too soon after it appeared may not count.
   while (agent.running()) {
-    terminal_.type("a\n");
+    steps.terminal.type("a\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(700));
   }
   const auto ended = agent.wait();
