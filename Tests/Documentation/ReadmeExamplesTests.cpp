@@ -58,11 +58,12 @@ class Person {
   HeadlessCorvane corvane_{};
 };
 
-/// Types each command of the page's transcripts.
+/// Types each command of the page's transcripts, one after the other, as somebody does who reads
+/// the page from its beginning.
 void replayTranscripts(const std::string& page) {
+  Person person;
   for (const Block& transcript : blocksOf("console", page)) {
     SCOPED_TRACE(page + ":" + std::to_string(transcript.line));
-    Person person;
     std::string replayed;
     for (const std::string& line : CorvaneTests::linesOf(transcript.text)) {
       if (line.starts_with("$ ")) replayed += line + "\n" + person.sees(line.substr(2));
