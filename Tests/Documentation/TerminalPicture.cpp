@@ -81,7 +81,7 @@ class Looks {
       colour_.clear();
       return true;
     }
-    const auto* const found =
+    const auto found =
         std::ranges::find(known, parameter, &std::pair<std::string_view, std::string_view>::first);
     if (found == known.end()) return false;
     (parameter.size() == 1 ? weight_ : colour_) = found->second;
