@@ -60,8 +60,8 @@ TEST(Notices, haveTheLicenceOfEveryPinnedLibraryInItsVersion) {
 }
 
 TEST(Notices, haveTheLicencesOfWhatTheCompilerAddsToTheReleases) {
-  for (const char* const library :
-       {"musl", "libc++, libc++abi and libunwind", "Ryu, in libc++", "compiler-rt"}) {
+  for (const char* const library : {"musl", "libc++, libc++abi and libunwind", "Ryu, in libc++",
+                                    "zig, in place of compiler-rt"}) {
     expectLicence(library);
   }
 }
