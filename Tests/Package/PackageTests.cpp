@@ -199,18 +199,22 @@ TEST(Package, isFoundByCMake) {
 
 TEST(Package, isFoundByPkgConfig) {
   const Installed installed("development");
-  const std::string path = installed.folderOf("corvane-control.pc");
-  for (const char* const asked : {"--cflags --libs", "--static --cflags --libs"}) {
-    const TemporaryFolder build;
-    for (const char* const example : {"names", "application"}) {
-      succeeds("/bin/sh",
-               {.arguments = {"-c", std::string("exec \"$CXX\" $CXXFLAGS -std=c++20 -o ") +
-                                        example + " '" CORVANE_SOURCE_DIR "/Examples/" + example +
-                                        ".cpp' $(pkg-config " + asked + " corvane-control)"},
-                .environment = {{"CXX", CXX_COMPILER},
-                                {"CXXFLAGS", CXX_FLAGS},
-                                {"PKG_CONFIG_PATH", path}},
-                .folder = build.path()});
+  const TemporaryFolder build;
+  const auto compiles = [&](const std::string& words) {
+    succeeds("/bin/sh",
+             {.arguments = {"-c", "exec \"$CXX\" $CXXFLAGS -std=c++20 " + words},
+              .environment = {{"CXX", CXX_COMPILER},
+                              {"CXXFLAGS", CXX_FLAGS},
+                              {"PKG_CONFIG_PATH", installed.folderOf("corvane-control.pc")}},
+              .folder = build.path()});
+  };
+  for (const std::string example : {"names", "application"}) {
+    compiles("-c '" CORVANE_SOURCE_DIR "/Examples/" + example +
+             ".cpp' $(pkg-config --cflags corvane-control)");
+  }
+  for (const std::string asked : {"--libs", "--static --libs"}) {
+    for (const std::string example : {"names", "application"}) {
+      compiles("-o " + example + " " + example + ".o $(pkg-config " + asked + " corvane-control)");
     }
     expectWorkingExamples(build.path());
   }
