@@ -60,7 +60,7 @@ void card(benchmark::State& state) {
   const auto document = JSON::Document::parse(text);
   for (auto _ : state) {
     benchmark::DoNotOptimize(
-        AgentPermission::parse("Write", document->root(), "/home/user/project"));
+        AgentPermission::parse("Write", document->root(), {.cwd = "/home/user/project"}));
   }
 }
 BENCHMARK(card)->Arg(4'000)->Arg(50'000)->Arg(16'000'000);

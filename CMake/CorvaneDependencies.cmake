@@ -1,5 +1,5 @@
 # The libraries that CorvaneControl stands on, each found through its own CMake or pkg-config file.
-# Scripts/bootstrap installs them all.
+# Scripts/bootstrap installs them all. The installed package finds them by this file as well.
 
 function(corvane_require found what debian homebrew)
   if(NOT ${found})
@@ -13,20 +13,28 @@ endfunction()
 find_package(PkgConfig QUIET)
 corvane_require(PKG_CONFIG_FOUND "pkg-config" pkg-config pkgconf)
 
-# corvane_pkg(TARGET package header archive...): an imported target for a pkg-config package, with its
-# static archives in the given order when all of them are there.
+# corvane_pkg(TARGET package debian homebrew library...): an imported target for a pkg-config package,
+# with its libraries in the given order: with CORVANE_STATIC their archives, where those are there.
 function(corvane_pkg target package debian homebrew)
-  pkg_check_modules(${target} QUIET ${package})
-  corvane_require(${target}_FOUND "${package}" "${debian}" "${homebrew}")
+  if(TARGET Corvane::${target})
+    return()
+  endif()
+  pkg_check_modules(corvane_${target} QUIET ${package})
+  corvane_require(corvane_${target}_FOUND "${package}" "${debian}" "${homebrew}")
   set(libraries)
   foreach(name IN LISTS ARGN)
-    find_library(${target}_${name}_LIBRARY NAMES lib${name}.a ${name}
-                 HINTS ${${target}_LIBRARY_DIRS} ${${target}_LIBDIR})
-    corvane_require(${target}_${name}_LIBRARY "The library ${name}" "${debian}" "${homebrew}")
-    list(APPEND libraries ${${target}_${name}_LIBRARY})
+    set(names ${name})
+    if(CORVANE_STATIC)
+      list(PREPEND names lib${name}.a)
+    endif()
+    unset(library)
+    find_library(library NAMES ${names} NO_CACHE
+                 HINTS ${corvane_${target}_LIBRARY_DIRS} ${corvane_${target}_LIBDIR})
+    corvane_require(library "The library ${name}" "${debian}" "${homebrew}")
+    list(APPEND libraries ${library})
   endforeach()
   add_library(Corvane::${target} INTERFACE IMPORTED GLOBAL)
-  target_include_directories(Corvane::${target} SYSTEM INTERFACE ${${target}_INCLUDE_DIRS})
+  target_include_directories(Corvane::${target} SYSTEM INTERFACE ${corvane_${target}_INCLUDE_DIRS})
   target_link_libraries(Corvane::${target} INTERFACE ${libraries})
 endfunction()
 

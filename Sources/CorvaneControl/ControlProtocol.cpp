@@ -10,7 +10,6 @@
 
 #include "CorvaneControl/JSONStrings.h"
 #include "CorvaneControl/JSONTokens.h"
-#include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 
 namespace CorvaneControl {
@@ -501,22 +500,5 @@ CORVANE_CODED(AgentPermission::Question::Option);
 #undef CORVANE_CODED
 
 }  // namespace ControlCoding
-
-namespace ControlSocket {
-
-std::optional<std::string> path(std::string_view appName,
-                                std::optional<std::string_view> applicationSupport) {
-  std::optional<std::string> base;
-  if (applicationSupport) {
-    base = *applicationSupport;
-  } else {
-    base = System::applicationSupportFolder();
-  }
-  if (!base) return std::nullopt;
-  while (base->ends_with('/')) base->pop_back();
-  return base->append("/").append(appName).append("/").append(fileName);
-}
-
-}  // namespace ControlSocket
 
 }  // namespace CorvaneControl

@@ -260,16 +260,4 @@ Result<Type, Failure> decode(const JSON::Value& value);
 
 }  // namespace ControlCoding
 
-/// Where the application's end of the control socket lives.
-namespace ControlSocket {
-
-inline constexpr std::string_view fileName = "control.sock";
-
-/// `<applicationSupport>/<appName>/control.sock`; without `applicationSupport`, in the user's own
-/// Application Support folder. Absent when the user has none (no home folder at all).
-std::optional<std::string> path(std::string_view appName,
-                                std::optional<std::string_view> applicationSupport = {});
-
-}  // namespace ControlSocket
-
 }  // namespace CorvaneControl

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/ControlProtocol.h"
+#include "CorvaneControl/ControlSocket.h"
 #include "CorvaneControl/Platform/System.h"
 #include "corvane-headless/CommandLine.h"
 #include "corvane-headless/Console.h"

@@ -17,10 +17,11 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "Bundle.h"
+#include "CorvaneControl/Bundle.h"
 #include "CorvaneControl/CodexTranscript.h"
 #include "CorvaneControl/ControlCommandLine.h"
 #include "CorvaneControl/ControlProtocol.h"
+#include "CorvaneControl/ControlSocket.h"
 #include "CorvaneControl/Platform/System.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "CorvaneControl/Transfer.h"
@@ -103,39 +104,12 @@ double readTimeout(Command command) {
   return std::ranges::find(readTimeouts, command, &std::pair<Command, int>::first)->second;
 }
 
-/// The paths to try, in this order. A command inside an application talks to that one only.
-std::vector<std::string> socketPaths() {
-  const auto given = CorvaneControl::System::environmentValue("CORVANE_SOCKET");
-  if (given && !given->empty()) return {*given};
-
-  std::vector<std::string_view> applications = {"Corvane", "Corvane Dev"};
-  if (const auto info = enclosingAppInfo()) {
-    if (const auto identifier = info->find("CFBundleIdentifier"); identifier != info->end()) {
-      applications = {identifier->second.ends_with(".dev") ? "Corvane Dev" : "Corvane"};
-    }
-  }
-  std::vector<std::string> paths;
-  for (const std::string_view application : applications) {
-    if (auto path = CorvaneControl::ControlSocket::path(application)) {
-      paths.push_back(std::move(*path));
-    }
-  }
-  return paths;
-}
-
 Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
-  auto failure = CorvaneControl::UnixSocket::Failure::system("connect", ENOENT);
-  for (const std::string& path : socketPaths()) {
-    auto connection = CorvaneControl::UnixSocket::connect(path, timeout);
-    if (connection && *connection > STDERR_FILENO) return connection;
-    if (connection) {
-      // A standard descriptor could not be occupied: what is printed would go to the application.
-      ::close(*connection);
-      return CorvaneControl::UnixSocket::Failure::system("socket", EBADF);
-    }
-    failure = connection.failure();
-  }
-  return failure;
+  auto connection = CorvaneControl::ControlSocket::connect(timeout);
+  if (!connection || *connection > STDERR_FILENO) return connection;
+  // A standard descriptor could not be occupied: what is printed would go to the application.
+  ::close(*connection);
+  return CorvaneControl::UnixSocket::Failure::system("socket", EBADF);
 }
 
 /// Waits until the socket has something to read; false once nobody reads standard output any more,
@@ -222,7 +196,7 @@ Result<ControlResponse, ControlCoding::Failure> answer(int socket) {
 
 [[noreturn]] void showVersion() {
   std::string version = "development build";
-  if (const auto info = enclosingAppInfo()) {
+  if (const auto info = CorvaneControl::enclosingAppInfo()) {
     const auto entry = info->find("CFBundleShortVersionString");
     if (entry != info->end()) version = entry->second;
   }

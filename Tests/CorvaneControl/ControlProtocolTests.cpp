@@ -654,13 +654,5 @@ TEST(ControlProtocol, hostsCompareByAlternativeAndPayload) {
   EXPECT_NE(AgentHost(TmuxHost{"/dev/pts/1", 1}), AgentHost(TmuxHost{"/dev/pts/2", 1}));
 }
 
-TEST(ControlProtocol, theSocketLiesInTheApplicationsFolder) {
-  EXPECT_EQ(ControlSocket::path("Corvane", "/base"), "/base/Corvane/control.sock");
-  EXPECT_EQ(ControlSocket::path("Corvane Dev", "/base"), "/base/Corvane Dev/control.sock");
-  EXPECT_EQ(ControlSocket::path("Corvane", "/base/"), "/base/Corvane/control.sock");
-  EXPECT_EQ(ControlSocket::path("Corvane", "/base//"), "/base/Corvane/control.sock");
-  EXPECT_EQ(ControlSocket::path("Corvane", "/"), "/Corvane/control.sock");
-}
-
 }  // namespace
 }  // namespace CorvaneControl

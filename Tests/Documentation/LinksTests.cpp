@@ -96,8 +96,9 @@ std::vector<std::string> codeOf(const Markdown& page) {
 }
 
 TEST(Links, namedFilesExist) {
-  constexpr std::array<std::string_view, 7> folders{
-      "Benchmarks/", "CMake/", "Completions/", "Documentation/", "Scripts/", "Sources/", "Tests/"};
+  constexpr std::array<std::string_view, 9> folders{"Benchmarks/",    "CMake/",    "Completions/",
+                                                    "Documentation/", "Examples/", "Packaging/",
+                                                    "Scripts/",       "Sources/",  "Tests/"};
   std::size_t count = 0;
   for (const std::string& page : pages()) {
     for (const std::string& code : codeOf(Markdown(CorvaneTests::page(page)))) {

@@ -2,9 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <string_view>
+#include <vector>
 
 namespace CorvaneTests {
 
@@ -12,16 +11,12 @@ namespace CorvaneTests {
 /// byte read beyond them.
 class Input {
  public:
-  Input(const std::uint8_t* data, std::size_t size)
-      : bytes_(std::make_unique<char[]>(size)), size_(size) {
-    if (size > 0) std::memcpy(bytes_.get(), data, size);
-  }
+  Input(const std::uint8_t* data, std::size_t size) : bytes_(data, data + size) {}
 
-  std::string_view text() const { return {bytes_.get(), size_}; }
+  std::string_view text() const { return {bytes_.data(), bytes_.size()}; }
 
  private:
-  std::unique_ptr<char[]> bytes_;
-  std::size_t size_;
+  std::vector<char> bytes_;
 };
 
 }  // namespace CorvaneTests

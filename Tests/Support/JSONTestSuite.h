@@ -31,8 +31,8 @@ inline std::vector<SuiteFile> jsonTestSuite() {
 
 /// Why a test of the suite is skipped.
 inline std::string withoutJSONTestSuite() {
-  return "The JSON parsing test suite is not at " CORVANE_JSON_TEST_SUITE
-         "; name its folder with -DCORVANE_JSON_TEST_SUITE=...";
+  return "The JSON parsing test suite is not at \"" CORVANE_JSON_TEST_SUITE
+         "\"; name its folder with -DCORVANE_JSON_TEST_SUITE=...";
 }
 
 /// Files with half of a surrogate pair, which names no character: the suite leaves them open, and

@@ -6,11 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include <copyfile.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <pwd.h>
+#include <sys/acl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -95,10 +97,30 @@ socklen_t completeAddress(sockaddr_un& address) {
   return sizeof address;
 }
 
+namespace {
+
+struct FreeList {
+  void operator()(acl_t list) const { ::acl_free(list); }
+};
+using AccessControlList = std::unique_ptr<std::remove_pointer_t<acl_t>, FreeList>;
+
+/// 0, or -1 and `errno`. Not by fcopyfile: it leaves a new file what that inherited from its
+/// folder, which would let in others than the old file did, and copies nothing that the old one
+/// inherited.
+int copyAccessControlList(int from, int to) {
+  AccessControlList list(::acl_get_fd_np(from, ACL_TYPE_EXTENDED));
+  if (!list && errno == ENOENT) list.reset(::acl_init(1));  // it has none, so an empty one
+  if (list && ::acl_set_fd_np(to, list.get(), ACL_TYPE_EXTENDED) == 0) return 0;
+  return errno == ENOTSUP || errno == EOPNOTSUPP ? 0 : -1;  // the file system has no lists
+}
+
+}  // namespace
+
 // The lists here name users and groups only, never "the file's group".
 int copyFileAttributes(int from, int to, Group group, mode_t& permissions) {
   if (group == Group::other) permissions = permissionsInOtherGroup(permissions);
-  return ::fcopyfile(from, to, nullptr, COPYFILE_ACL | COPYFILE_XATTR);
+  if (copyAccessControlList(from, to) != 0) return -1;
+  return ::fcopyfile(from, to, nullptr, COPYFILE_XATTR);
 }
 
 // Some file systems know only fsync.

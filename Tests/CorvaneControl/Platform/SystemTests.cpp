@@ -20,34 +20,13 @@
 
 #include "Support/SystemUnderTest.h"
 #include "Support/TemporaryFolder.h"
+#include "Support/Variable.h"
 
 namespace CorvaneControl::System {
 namespace {
 
 using CorvaneTests::TemporaryFolder;
-
-/// An environment variable with another value, or without one, until the end of the scope.
-class Variable {
- public:
-  Variable(const char* name, const char* value) : name_(name) {
-    if (const char* const before = std::getenv(name)) before_ = before;
-    set(value);
-  }
-  ~Variable() { set(before_ ? before_->c_str() : nullptr); }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-
- private:
-  void set(const char* value) {
-    if (value) {
-      ::setenv(name_, value, 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-  const char* name_;
-  std::optional<std::string> before_{};
-};
+using CorvaneTests::Variable;
 
 TEST(System, environmentValuesAreRepaired) {
   const Variable set("CORVANE_TEST", "a\xFF");

@@ -1,10 +1,12 @@
-#include "Bundle.h"
+#include "CorvaneControl/Bundle.h"
 
 #include <string_view>
 
 #include "CorvaneControl/Platform/Files.h"
 #include "CorvaneControl/Platform/PropertyList.h"
 #include "CorvaneControl/Platform/System.h"
+
+namespace CorvaneControl {
 
 namespace {
 
@@ -16,11 +18,13 @@ std::string_view parent(std::string_view path) {
 }  // namespace
 
 std::optional<std::map<std::string, std::string>> enclosingAppInfo() {
-  const auto executable = CorvaneControl::System::executablePath();
+  const auto executable = System::executablePath();
   if (!executable) return std::nullopt;
   const std::string contents(parent(parent(*executable)));
   if (!contents.ends_with("/Contents")) return std::nullopt;
-  const auto file = CorvaneControl::Files::read(contents + "/Info.plist");
+  const auto file = Files::read(contents + "/Info.plist");
   if (!file || !*file) return std::nullopt;
-  return CorvaneControl::PropertyList::strings((*file)->bytes);
+  return PropertyList::strings((*file)->bytes);
 }
+
+}  // namespace CorvaneControl
