@@ -35,8 +35,8 @@ std::string escaped(std::string_view line) {
   return result;
 }
 
-/// Escaped in Markdown's way, a line reads as itself. (A NUL does not, nor does the white space that
-/// stands for a carriage return.)
+/// Escaped in Markdown's way, a line reads as itself. (A NUL does not, nor does the white space
+/// that stands for a carriage return.)
 void checkEscaped(std::string_view line) {
   if (line.find_first_of(std::string_view("\0\v\f", 3)) != line.npos) return;
   const std::string text = escaped(line);
@@ -68,8 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = Text::repaired(std::string(input.text()));
   checkPlain(text);
   checkPreview(AgentNotification::messagePreview(text));
-  checkPreview(
-      AgentNotification::messagePreview(AgentNotification::claudeMessageBody(text)));
+  checkPreview(AgentNotification::messagePreview(AgentNotification::claudeMessageBody(text)));
   checkPreview(AgentNotification::summary(AgentNotification::codexTaskBody(text)));
   return 0;
 }

@@ -66,8 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   check(*read);
   const ControlResponse printed{.ok = true, .workspaces = *read};
-  const auto again =
-      WorkspacesFile::parse(ControlCoding::line(printed), "file", std::string(home));
+  const auto again = WorkspacesFile::parse(ControlCoding::line(printed), "file", std::string(home));
   require(again && *again == *read);
   return 0;
 }
