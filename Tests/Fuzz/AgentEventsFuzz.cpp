@@ -1,6 +1,5 @@
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -13,15 +12,12 @@
 
 using CorvaneControl::Agent;
 using CorvaneControl::AgentProgress;
+using CorvaneTests::require;
 namespace AgentNotification = CorvaneControl::AgentNotification;
 namespace JSON = CorvaneControl::JSON;
 namespace Text = CorvaneControl::Text;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 bool isSummary(const std::string& text) {
   return !text.empty() && !Text::hasLineBreak(text) && Text::characters(text) <= 120;

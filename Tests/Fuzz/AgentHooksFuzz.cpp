@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -16,13 +15,10 @@ using CorvaneControl::allAgents;
 using CorvaneControl::OrderedJSON;
 using CorvaneControl::wireName;
 using CorvaneTests::HookWalk;
+using CorvaneTests::require;
 namespace AgentHooks = CorvaneControl::AgentHooks;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 HookWalk walk(std::string_view text, Agent agent) {
   const auto root = OrderedJSON::parse(text);

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,16 +15,13 @@ using CorvaneControl::AgentPermission;
 using CorvaneControl::ControlRequest;
 using CorvaneControl::ControlResponse;
 using CorvaneControl::PermissionAnswer;
+using CorvaneTests::require;
 namespace JSON = CorvaneControl::JSON;
 namespace Text = CorvaneControl::Text;
 
 namespace {
 
 using Action = AgentPermission::Action;
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 /// The input stands deeper in the reply than in the hook input, maybe too deep for our own parser.
 bool isDeep(const std::string& json) {

@@ -2,10 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string_view>
 #include <vector>
 
 namespace CorvaneTests {
+
+/// Ends the process when a promise is broken, which is what a fuzzer looks for.
+inline void require(bool promise) {
+  if (!promise) std::abort();
+}
 
 /// A fuzzer's bytes in memory of exactly their size, so that the address sanitizer sees the first
 /// byte read beyond them.

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,13 +9,10 @@
 #include "CorvaneControl/OrderedJSON.h"
 #include "Fuzz/Input.h"
 
+using CorvaneTests::require;
 namespace JSON = CorvaneControl::JSON;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t deepestNesting = 512;

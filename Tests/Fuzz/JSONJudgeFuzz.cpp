@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,14 +12,11 @@
 #include "CorvaneControl/JSON.h"
 #include "Fuzz/Input.h"
 
+using CorvaneTests::require;
 namespace JSON = CorvaneControl::JSON;
 namespace judge = boost::json;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -9,12 +8,9 @@
 #include "Fuzz/Input.h"
 
 using CorvaneControl::OrderedJSON;
+using CorvaneTests::require;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 /// A unit is written once for every line and level, so a long one makes the output explode.
 bool isShort(std::string_view indentation) { return indentation.size() <= 16; }

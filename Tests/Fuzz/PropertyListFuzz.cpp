@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -9,14 +8,11 @@
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 
+using CorvaneTests::require;
 namespace PropertyList = CorvaneControl::PropertyList;
 namespace Text = CorvaneControl::Text;
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 bool isUTF8(const std::string& text) { return Text::repaired(text) == text; }
 

@@ -1,0 +1,61 @@
+#include "CorvaneControl/ControlProtocol.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "CorvaneControl/JSON.h"
+#include "CorvaneControl/Platform/Text.h"
+#include "Fuzz/Input.h"
+
+using CorvaneTests::require;
+namespace ControlCoding = CorvaneControl::ControlCoding;
+namespace JSON = CorvaneControl::JSON;
+namespace Text = CorvaneControl::Text;
+
+namespace {
+
+/// Longer than any place that a record has with any reason that there is.
+constexpr std::size_t longestDescription = 400;
+
+void checkFailure(const ControlCoding::Failure& failure, std::string_view text) {
+  require(!failure.description.empty() && failure.description.size() <= longestDescription);
+  require(!Text::hasLineBreak(failure.description));
+  require(!failure.offset || *failure.offset <= text.size());
+  std::string copy(text);
+  require(failure.offset.has_value() == !JSON::Document::parse(copy));
+}
+
+/// What is read is written as one line, from which the same is read again.
+template <class Type>
+void check(std::string_view text) {
+  const auto record = ControlCoding::decode<Type>(std::string(text));
+  std::string place(text);
+  const auto inPlace = ControlCoding::decodeInPlace<Type>(std::span<char>(place));
+  require(bool(record) == bool(inPlace));
+  if (!record) {
+    require(record.failure().description == inPlace.failure().description &&
+            record.failure().offset == inPlace.failure().offset);
+    checkFailure(record.failure(), text);
+    return;
+  }
+  require(*record == *inPlace);
+  const std::string line = ControlCoding::line(*record);
+  require(line.find('\n') == line.size() - 1 && Text::isUTF8(line));
+  const auto again = ControlCoding::decode<Type>(line);
+  require(again && *again == *record);
+}
+
+}  // namespace
+
+/// Any bytes are refused with one line that says why, or give a record that survives writing and
+/// reading.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const CorvaneTests::Input input(data, size);
+  check<CorvaneControl::ControlRequest>(input.text());
+  check<CorvaneControl::ControlResponse>(input.text());
+  check<CorvaneControl::ControlEvent>(input.text());
+  return 0;
+}
