@@ -276,6 +276,14 @@ TEST(Package, isBuiltPlainlyWithoutGoogleTestAndWithWarningsThatAreNoErrors) {
   EXPECT_EQ(commands.find("-Werror"), std::string::npos);
 }
 
+TEST(Package, takesWarningsForErrorsUnderItsPresets) {
+  for (const char* const preset : {"debug", "release"}) {
+    const TemporaryFolder build;
+    cmake({"--preset", preset, "-S", CORVANE_SOURCE_DIR, "-B", build.path(), withoutGoogleTest});
+    EXPECT_NE(build.read("compile_commands.json").find("-Werror"), std::string::npos) << preset;
+  }
+}
+
 TEST(Package, bringsNeitherTestsNorInstallationIntoAnotherProject) {
   const TemporaryFolder parent;
   parent.write("CMakeLists.txt",
