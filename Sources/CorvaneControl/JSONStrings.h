@@ -8,10 +8,6 @@
 #include <string>
 #include <string_view>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include "CorvaneControl/Hexadecimal.h"
 #include "CorvaneControl/JSON.h"
 
@@ -40,8 +36,8 @@ inline char meaningOfEscape(char letter) {
 }
 
 /// Sixteen bytes that are looked at together. The compilers turn what is done with them into the
-/// vector instructions that every processor of a kind has, but for one of x86-64 (SSE2) that they do
-/// not find, which gathers a bit of each byte. Nothing is chosen while the program runs.
+/// vector instructions that every processor of a kind has, but for one of x86-64 (SSE2) that they
+/// do not find, which gathers a bit of each byte. Nothing is chosen while the program runs.
 struct Block {
   using Bytes [[gnu::vector_size(16)]] = signed char;  // negative: beyond ASCII
 
@@ -81,7 +77,8 @@ struct Block {
   static std::uint32_t bits(const Marks& marks) {
     static_assert(sizeof(Marks) == size);
 #ifdef __SSE2__
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(std::bit_cast<__m128i>(marks)));
+    using Characters [[gnu::vector_size(16)]] = char;
+    return static_cast<std::uint32_t>(__builtin_ia32_pmovmskb128(std::bit_cast<Characters>(marks)));
 #else
     std::array<std::uint64_t, 2> halves;
     std::memcpy(halves.data(), &marks, size);

@@ -263,9 +263,9 @@ std::string request(std::string_view member, const std::string& value) {
 std::string text(std::string_view value) { return "\"" + std::string(value) + "\""; }
 
 std::string cardRequest(std::size_t bytes) {
-  return request("permission",
-                 R"({"action":"run","complete":true,"subject":"s","lines":[)" +
-                     list(bytes, R"({"kind":"added","text":"line # of \"many\""})") + "]}");
+  return request("permission", R"({"action":"run","complete":true,"subject":"s","lines":[)" +
+                                   list(bytes, R"({"kind":"added","text":"line # of \"many\""})") +
+                                   "]}");
 }
 
 std::string settings(std::size_t bytes) {
