@@ -38,7 +38,11 @@ std::optional<std::string_view> Connection::nextLine() { return input_.nextLine(
 void Connection::transmit() {
   if (gone_) output_.clear();
   if (output_.writeToSocket(socket_) != OutputQueue::Outcome::failed) return;
-  gone_ = true;
+  if (errno != EPIPE && errno != ECONNRESET) {
+    giveUp();  // it would wait for an answer that never comes
+    return;
+  }
+  gone_ = true;  // and may have sent requests before
   output_.clear();
 }
 

@@ -20,7 +20,10 @@ class SocketFile {
 
   /// Listens at `path`. A socket file that nobody serves any more is taken over; one that somebody
   /// serves, and every other kind of file, is left alone and a problem.
-  static Result<SocketFile, Problem> claim(const std::string& path);
+  ///
+  /// Waits a few seconds for others that start at the same time, but not once the descriptor `end`
+  /// is readable.
+  static Result<SocketFile, Problem> claim(const std::string& path, int end);
 
   /// Removes the file, unless another one has taken its place by now.
   ~SocketFile();
