@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
@@ -12,7 +11,7 @@ namespace CorvaneControl::Headless {
 
 Connection::Connection(int socket) : socket_(socket) {
   System::disableBrokenPipeSignal(socket_);
-  ::fcntl(socket_, F_SETFL, ::fcntl(socket_, F_GETFL) | O_NONBLOCK);
+  if (!UnixSocket::makeNonBlocking(socket_)) giveUp();  // rather than wait for it
 }
 
 Connection::~Connection() { ::close(socket_); }

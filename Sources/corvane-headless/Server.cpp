@@ -6,7 +6,6 @@
 #include <string>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
@@ -53,9 +52,7 @@ Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering 
     : socket_(std::move(socket)),
       console_(console),
       end_(end),
-      application_(std::move(workspaces), answering, console, *this) {
-  ::fcntl(socket_.descriptor(), F_SETFL, ::fcntl(socket_.descriptor(), F_GETFL) | O_NONBLOCK);
-}
+      application_(std::move(workspaces), answering, console, *this) {}
 
 std::optional<std::string> Server::run() {
   std::optional<std::string> problem;

@@ -98,17 +98,25 @@ Result<SocketFile, SocketFile::Problem> SocketFile::claim(const std::string& pat
   if (!lock.take(end)) return problem(path, "another process keeps its folder locked");
   if (auto found = obstacle(path)) return *std::move(found);
   const auto listener = UnixSocket::listen(path, backlog);
-  if (!listener) return problem(path, listener.failure().description());
-  return SocketFile(path, *listener);
+  if (!listener) {
+    if (!obstacle(path)) ::unlink(path.c_str());  // it was made, and nobody will ever listen there
+    return problem(path, listener.failure().description());
+  }
+  struct stat status {};
+  if (!UnixSocket::makeNonBlocking(*listener) || ::lstat(path.c_str(), &status) != 0) {
+    const int code = errno;
+    ::close(*listener);
+    ::unlink(path.c_str());
+    return problem(path, System::errorText(code));
+  }
+  return SocketFile(path, *listener, status);
 }
 
-SocketFile::SocketFile(std::string path, int descriptor)
-    : path_(std::move(path)), descriptor_(descriptor) {
-  struct stat status {};
-  if (::lstat(path_.c_str(), &status) != 0) return;
-  device_ = status.st_dev;
-  inode_ = status.st_ino;
-}
+SocketFile::SocketFile(std::string path, int descriptor, const struct stat& status)
+    : path_(std::move(path)),
+      descriptor_(descriptor),
+      device_(status.st_dev),
+      inode_(status.st_ino) {}
 
 SocketFile::~SocketFile() {
   if (descriptor_ < 0) return;

@@ -149,10 +149,6 @@ Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
   return failure;
 }
 
-void makeNonBlocking(int socket) {
-  ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
-}
-
 /// Whether what poll(2) says of standard output means that nobody reads it any more. Some systems
 /// tell of a hang-up, too, when the other end of a socket will send nothing: agents see to that.
 bool readerIsGone(short events) {
@@ -183,7 +179,8 @@ bool waitForInput(int socket, bool mayComeBack, int timeout) {
 
 /// Passes on every line the moment it has arrived whole, all lines of one read at once.
 [[noreturn]] void follow(int socket) {
-  makeNonBlocking(socket);
+  // A socket that blocks all the same is read as well, but nobody sees a reader that goes away.
+  [[maybe_unused]] const bool waits = !CorvaneControl::UnixSocket::makeNonBlocking(socket);
   const bool isFIFO = CorvaneControl::System::isFIFO(STDOUT_FILENO);
   // The signal would end this without a word, and a reader that comes back would wait for ever.
   if (isFIFO) std::signal(SIGPIPE, SIG_IGN);
@@ -205,7 +202,7 @@ bool waitForInput(int socket, bool mayComeBack, int timeout) {
 /// The line that answers a permission card; absent, too, when the agent that asked is gone: then
 /// the application is to take the card away.
 std::optional<std::string_view> answerToCard(LineReader& reader) {
-  makeNonBlocking(reader.fd);
+  if (!CorvaneControl::UnixSocket::makeNonBlocking(reader.fd)) return reader.next();
   for (;;) {
     errno = 0;
     const auto line = reader.next();
