@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -108,6 +109,11 @@ void configure(int descriptor, double readTimeout, double writeTimeout) {
   System::disableBrokenPipeSignal(descriptor);
   ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &read, sizeof read);
   ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &write, sizeof write);
+}
+
+bool makeNonBlocking(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFL);
+  return flags >= 0 && ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
 bool peerIsCurrentUser(int descriptor) { return System::peerUser(descriptor) == ::getuid(); }

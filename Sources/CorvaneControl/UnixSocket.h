@@ -58,13 +58,17 @@ Result<int, Failure> connect(std::string_view path, double timeout);
 
 /// Listens at `path`, in the place of whatever file is there; the socket file is the owner's alone
 /// (mode 600). Failures of binding and of the permissions are `system("listen", code)` as well; so
-/// is a path that no file can have (ENOENT), and nothing is removed then.
+/// is a path that no file can have (ENOENT), and nothing is removed then. A file that was made
+/// before a failure stays.
 Result<int, Failure> listen(std::string_view path, int backlog);
 
 /// Keeps a broken pipe on `descriptor` from raising a signal and sets its time-outs in seconds; 0
 /// waits for ever. Failures are ignored. A time-out that is not finite or does not fit the system's
 /// time value is a programming error that ends the process.
 void configure(int descriptor, double readTimeout, double writeTimeout);
+
+/// Makes reading and writing fail with EAGAIN where they would wait; false and `errno` at failure.
+[[nodiscard]] bool makeNonBlocking(int descriptor);
 
 /// Whether the other end runs (effectively) as the user that this process belongs to; false for
 /// whatever has no other end, such as a listening socket.

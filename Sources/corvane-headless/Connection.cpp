@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
@@ -12,7 +11,7 @@ namespace CorvaneControl::Headless {
 
 Connection::Connection(int socket) : socket_(socket) {
   System::disableBrokenPipeSignal(socket_);
-  ::fcntl(socket_, F_SETFL, ::fcntl(socket_, F_GETFL) | O_NONBLOCK);
+  if (!UnixSocket::makeNonBlocking(socket_)) giveUp();  // rather than wait for it
 }
 
 Connection::~Connection() { ::close(socket_); }
@@ -38,7 +37,11 @@ std::optional<std::string_view> Connection::nextLine() { return input_.nextLine(
 void Connection::transmit() {
   if (gone_) output_.clear();
   if (output_.writeToSocket(socket_) != OutputQueue::Outcome::failed) return;
-  gone_ = true;
+  if (errno != EPIPE && errno != ECONNRESET) {
+    giveUp();  // it would wait for an answer that never comes
+    return;
+  }
+  gone_ = true;  // and may have sent requests before
   output_.clear();
 }
 

@@ -36,12 +36,14 @@ class Connection {
   std::optional<std::string_view> nextLine();
   /// The bytes of that line, to be changed where they stand.
   std::span<char> inPlace(std::string_view line) { return input_.inPlace(line); }
+  /// Bytes that have come in and are not taken yet.
+  std::size_t untaken() const { return input_.count(); }
   /// Whether the request that is coming in is beyond `longestRequest`.
-  bool isTooLong() const { return input_.count() > longestRequest; }
+  bool isTooLong() const { return untaken() > longestRequest; }
 
   void send(std::string_view bytes) { output_.append(bytes); }
   std::size_t unsent() const { return output_.size(); }
-  /// Writes what the socket takes.
+  /// Writes what the socket takes. Gives up a client that the system can't send to.
   void transmit();
 
   /// The client will send nothing more. It may still wait for an answer.

@@ -93,12 +93,14 @@ bool Console::writeOutput() {
   const int code = errno;
   outputFailed_ = true;
   output_.clear();
-  if (code == EPIPE || code == EIO) return false;  // the reader, or the terminal, is gone
+  if (code == EPIPE || (code == EIO && outputIsTerminal_))
+    return false;  // nobody reads it any more
+  isBroken_ = code == EIO;
   const std::string message = "corvane-headless: standard output: " + System::errorText(code) +
-                              "; there is no log from now on.\n";
+                              (isBroken_ ? "\n" : "; there is no log from now on.\n");
   // Nothing is left to tell a failure of this to.
   [[maybe_unused]] const ssize_t count = ::write(STDERR_FILENO, message.data(), message.size());
-  return true;
+  return !isBroken_;
 }
 
 void Console::finishOutput() {
@@ -109,7 +111,10 @@ void Console::finishOutput() {
 }
 
 bool Console::isInBackground() const {
-  return inputIsTerminal_ && ::tcgetpgrp(STDIN_FILENO) != ::getpgrp();
+  if (!inputIsTerminal_) return false;
+  const pid_t foreground = ::tcgetpgrp(STDIN_FILENO);
+  return foreground >= 0 &&
+         foreground != ::getpgrp();  // no jobs, no background: reading tells more
 }
 
 bool Console::wantsInput(bool asking) const {

@@ -32,9 +32,11 @@ class Console {
   Style style() const;
 
   bool hasOutput() const { return !output_.isEmpty(); }
-  /// Writes what standard output takes. False when it is gone; any other failure is told once on
-  /// standard error, and nothing is put out from then on.
+  /// Writes what standard output takes. False when it is gone, or broken; whatever is no reader
+  /// that went away is told once on standard error, and nothing is put out from then on.
   [[nodiscard]] bool writeOutput();
+  /// Whether standard output is broken.
+  bool hasFailed() const { return isBroken_; }
   /// Writes the rest at the end; gives up on a standard output that takes nothing for a second.
   void finishOutput();
 
@@ -57,6 +59,7 @@ class Console {
   const bool outputIsTerminal_;
   const bool colours_;
   bool outputFailed_ = false;
+  bool isBroken_ = false;
   bool inputEnded_ = false;
   std::size_t lostLines_ = 0;  // since the queue was full
   OutputQueue output_{};

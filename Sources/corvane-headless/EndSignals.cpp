@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "CorvaneControl/UnixSocket.h"
+
 namespace CorvaneControl::Headless {
 
 namespace {
@@ -14,8 +16,9 @@ volatile std::sig_atomic_t writeEnd = -1;
 
 void tell(int /*signal*/) {
   const int code = errno;
-  // A pipe that is full says already what there is to say.
-  [[maybe_unused]] const ssize_t count = ::write(writeEnd, "", 1);
+  // A pipe that is full says already what there is to say; any other failure does not last.
+  for (int attempt = 0; attempt < 3 && ::write(writeEnd, "", 1) < 0; ++attempt) {
+  }
   errno = code;
 }
 
@@ -40,8 +43,10 @@ EndSignals::EndSignals() {
   }
   for (const int end : ends_) {
     ::fcntl(end, F_SETFD, FD_CLOEXEC);
-    ::fcntl(end, F_SETFL, ::fcntl(end, F_GETFL) | O_NONBLOCK);
+    // A handler that waits for room would wait for ever.
+    if (!UnixSocket::makeNonBlocking(end)) ends_[0] = -1;
   }
+  if (!isUsable()) return;
   writeEnd = ends_[1];
   // A shell lets jobs in the background ignore SIGINT; who sends it to this one means it.
   handle(SIGINT, tell);

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <string>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
@@ -35,6 +35,16 @@ pollfd polledFor(int descriptor, short events) {
   return {.fd = descriptor, .events = events, .revents = 0};
 }
 
+/// Sends a line, or gives the client up when there is no memory for it.
+template <class Line>
+void sendOrGiveUp(Connection& connection, Line line) {
+  try {
+    connection.send(line());
+  } catch (const std::bad_alloc&) {
+    connection.giveUp();
+  }
+}
+
 }  // namespace
 
 Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering answering,
@@ -42,29 +52,65 @@ Server::Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering 
     : socket_(std::move(socket)),
       console_(console),
       end_(end),
-      application_(std::move(workspaces), answering, console, *this) {
-  ::fcntl(socket_.descriptor(), F_SETFL, ::fcntl(socket_.descriptor(), F_GETFL) | O_NONBLOCK);
+      application_(std::move(workspaces), answering, console, *this) {}
+
+std::optional<std::string> Server::run() {
+  std::optional<std::string> problem;
+  while (!stops_ && !problem) {
+    try {
+      problem = serveRound();
+    } catch (const std::bad_alloc&) {
+      if (connections_.empty()) throw;
+      spareMemory();
+    }
+  }
+  return problem;
 }
 
-void Server::run() {
-  while (!stops_) {
-    takeAnswers();
-    Waiting waiting = whatToWaitFor();
-    const auto count = static_cast<nfds_t>(waiting.polled.size());
-    if (::poll(waiting.polled.data(), count, waiting.timeout) < 0) {
-      if (errno == EINTR) continue;
-      console_.log("poll: " + System::errorText(errno));
-      return;
+std::optional<std::string> Server::serveRound() {
+  takeAnswers();
+  Waiting waiting = whatToWaitFor();
+  const auto count = static_cast<nfds_t>(waiting.polled.size());
+  if (::poll(waiting.polled.data(), count, waiting.timeout) < 0) {
+    if (errno == EINTR) return std::nullopt;
+    return "poll: " + System::errorText(errno);
+  }
+  if (waiting.polled[Place::end].revents != 0) {
+    stops_ = true;
+    return std::nullopt;
+  }
+  serveConsole(waiting);
+  // Clients that are here come before new ones, so that room is made first.
+  for (std::size_t index = 0; index < waiting.clients.size(); ++index) {
+    const ConnectionID id = waiting.clients[index];
+    Connection& connection = *connections_.at(id);
+    try {
+      serve(id, connection, waiting.polled[Place::firstClient + index].revents);
+    } catch (const std::bad_alloc&) {
+      refuse(id, connection, "There is not enough memory for the request.");
     }
-    if (waiting.polled[Place::end].revents != 0) return;
-    serveConsole(waiting);
-    // Clients that are here come before new ones, so that room is made first.
-    for (std::size_t index = 0; index < waiting.clients.size(); ++index) {
-      const ConnectionID id = waiting.clients[index];
-      serve(id, *connections_.at(id), waiting.polled[Place::firstClient + index].revents);
-    }
-    if (waiting.polled[Place::listener].revents != 0) acceptClients();
-    finishRound();
+  }
+  if (waiting.polled[Place::listener].revents != 0) acceptClients();
+  finishRound();
+  return std::nullopt;
+}
+
+void Server::spareMemory() {
+  // What is shown to the user may be incomplete now: whoever waits for an answer asks by itself.
+  const auto size = [](const auto& entry) {
+    return entry.second->untaken() + entry.second->unsent();
+  };
+  const auto largest = std::ranges::max_element(connections_, {}, size);
+  const ConnectionID id = largest->first;
+  for (const auto& [other, connection] : connections_) {
+    if (connection->awaitsAnswer) connection->giveUp();
+  }
+  connections_.erase(largest);
+  try {
+    application_.disconnected(id);
+    console_.log("There is not enough memory: a client is disconnected.");
+  } catch (const std::bad_alloc&) {
+    return;  // the next round makes more room
   }
 }
 
@@ -115,18 +161,26 @@ void Server::acceptClients() {
     const int socket = System::acceptConnection(socket_.descriptor());
     if (socket >= 0) {
       isFull_ = false;
-      if (UnixSocket::peerIsCurrentUser(socket)) {
-        connections_.emplace(++lastID_, std::make_unique<Connection>(socket));
-      } else {
-        ::close(socket);
-        console_.log("Turned away a process of another user.");
-      }
+      welcome(socket);
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       return;
     } else if (errno != EINTR && errno != ECONNABORTED) {
       pauseAccepting(errno);
       return;
     }
+  }
+}
+
+void Server::welcome(int socket) {
+  std::unique_ptr<Connection> connection(new (std::nothrow) Connection(socket));
+  if (!connection) {
+    ::close(socket);
+    throw std::bad_alloc();
+  }
+  if (UnixSocket::peerIsCurrentUser(socket)) {
+    connections_.emplace(++lastID_, std::move(connection));
+  } else {
+    console_.log("Turned away a process of another user.");
   }
 }
 
@@ -140,7 +194,9 @@ void Server::pauseAccepting(int code) {
 void Server::serve(ConnectionID id, Connection& connection, short events) {
   if (connection.mustBeProbed) connection.probe();
   if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !connection.inputHasEnded()) {
+    const std::size_t before = connection.untaken();
     connection.receive();
+    untaken_ += connection.untaken() - before;
   } else if ((events & (POLLHUP | POLLERR)) != 0) {
     // Some systems report this for a client that only stopped sending: without a pause between, the
     // loop would turn and turn for it.
@@ -148,6 +204,7 @@ void Server::serve(ConnectionID id, Connection& connection, short events) {
     connection.mustBeProbed = !connection.isGone();
   }
   takeRequests(id, connection);
+  boundUntaken();
 }
 
 void Server::takeRequests(ConnectionID id, Connection& connection) {
@@ -164,12 +221,29 @@ void Server::takeRequests(ConnectionID id, Connection& connection) {
   }
   if (connection.isTooLong()) {
     console_.log("A client sent a request that is too long.");
-    if (connection.awaitsAnswer) application_.disconnected(id);
-    connection.awaitsAnswer = false;
-    connection.stopReceiving();
-    connection.closesWhenSent = true;
-    connection.send(ControlCoding::line(ControlResponse::failure("The request is too long.")));
+    refuse(id, connection, "The request is too long.");
   }
+}
+
+void Server::boundUntaken() {
+  if (untaken_ <= mostUntaken) return;
+  untaken_ = 0;
+  for (const auto& [id, connection] : connections_) untaken_ += connection->untaken();
+  while (untaken_ > mostUntaken) {
+    const auto largest = std::ranges::max_element(
+        connections_, {}, [](const auto& entry) { return entry.second->untaken(); });
+    untaken_ -= largest->second->untaken();
+    console_.log("Clients sent requests that are too long together: the longest is refused.");
+    refuse(largest->first, *largest->second, "The request is too long, beside those of others.");
+  }
+}
+
+void Server::refuse(ConnectionID id, Connection& connection, const std::string& why) {
+  connection.stopReceiving();  // frees memory
+  connection.closesWhenSent = true;
+  if (connection.awaitsAnswer) application_.disconnected(id);
+  connection.awaitsAnswer = false;
+  sendOrGiveUp(connection, [&] { return ControlCoding::line(ControlResponse::failure(why)); });
 }
 
 void Server::take(ConnectionID id, Connection& connection, std::string_view line) {
@@ -187,15 +261,15 @@ void Server::take(ConnectionID id, Connection& connection, std::string_view line
 void Server::answer(ConnectionID id, const ControlResponse& response) {
   const auto place = connections_.find(id);
   if (place == connections_.end()) return;
-  place->second->send(ControlCoding::line(response));
   place->second->awaitsAnswer = false;
+  sendOrGiveUp(*place->second, [&] { return ControlCoding::line(response); });
 }
 
 void Server::subscribe(ConnectionID id, const ControlEvent& first) {
   const auto place = connections_.find(id);
   if (place == connections_.end()) return;
-  place->second->send(ControlCoding::line(first));
   place->second->awaitsAnswer = false;
+  sendOrGiveUp(*place->second, [&] { return ControlCoding::line(first); });
   place->second->isSubscribed = true;
 }
 
@@ -203,7 +277,7 @@ void Server::publish(const ControlEvent& event) {
   const std::string line = ControlCoding::line(event);
   for (const auto& [id, connection] : connections_) {
     if (!connection->isSubscribed || connection->closesWhenSent) continue;
-    connection->send(line);
+    sendOrGiveUp(*connection, [&] { return std::string_view(line); });
     if (connection->unsent() <= Connection::mostEvents) continue;
     connection->transmit();
     if (connection->unsent() <= Connection::mostEvents) continue;

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -27,8 +28,13 @@ class Server final : private Clients {
   Server(SocketFile socket, Workspaces workspaces, CommandLine::Answering answering,
          Console& console, int end);
 
-  /// Runs until it is time to end, or until standard output is gone.
-  void run();
+  /// Bytes of requests that all clients together have sent and that are not taken yet. Beyond it
+  /// the client that has sent most of them is not served.
+  static constexpr std::size_t mostUntaken = 64U << 20U;
+
+  /// Runs until it is time to end, or until standard output is gone. Absent then, else why it can't
+  /// go on. A client that there is no memory for is given up.
+  std::optional<std::string> run();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -43,14 +49,21 @@ class Server final : private Clients {
     std::vector<ConnectionID> clients{};
     int timeout = -1;  ///< Milliseconds; -1 waits for ever.
   };
+  /// Waits, and gives everybody a turn. Why there can be no further round; absent otherwise.
+  std::optional<std::string> serveRound();
   Waiting whatToWaitFor() const;
   void serveConsole(const Waiting& waiting);
   void takeAnswers();
   void acceptClients();
+  void welcome(int socket);
   void pauseAccepting(int code);
   void serve(ConnectionID id, Connection& connection, short events);
   void takeRequests(ConnectionID id, Connection& connection);
   void take(ConnectionID id, Connection& connection, std::string_view line);
+  void refuse(ConnectionID id, Connection& connection, const std::string& why);
+  void boundUntaken();
+  /// Gives up the client that holds most memory, and whoever waits for an answer.
+  void spareMemory();
   void finishRound();
   bool isOver(const Connection& connection) const;
 
@@ -60,6 +73,7 @@ class Server final : private Clients {
   std::map<ConnectionID, std::unique_ptr<Connection>> connections_{};
   Application application_;
   ConnectionID lastID_ = 0;
+  std::size_t untaken_ = 0;  // bytes, or less: what was taken is not always subtracted yet
   std::optional<Clock::time_point> acceptsAgain_{};  // when there is room for clients, perhaps
   bool isFull_ = false;                              // there was no room for the last client
   bool stops_ = false;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,21 +24,39 @@ constexpr int backlog = 1024;
 /// Seconds that whoever serves the socket already gets to show it.
 constexpr double patience = 1;
 
+/// How long to wait for a lock that another process holds, and after what time to look again.
+constexpr int patienceForLock = 5000;  // milliseconds
+constexpr int retryMilliseconds = 20;
+
 /// A lock on a folder, so that of two that start at the same time the second sees the first. A
 /// folder that can't be locked is none: sockets are taken over without, then.
 class FolderLock {
  public:
   explicit FolderLock(const std::string& folder)
-      : descriptor_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (descriptor_ >= 0) Transfer::uninterrupted([&] { return ::flock(descriptor_, LOCK_EX); });
-  }
+      : descriptor_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
   ~FolderLock() {
     if (descriptor_ >= 0) ::close(descriptor_);
   }
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
 
+  /// False when another process keeps it for too long, or `end` becomes readable meanwhile.
+  bool take(int end) const {
+    if (descriptor_ < 0) return true;
+    for (int waited = 0; isTaken(); waited += retryMilliseconds) {
+      pollfd polled{.fd = end, .events = POLLIN, .revents = 0};
+      if (waited >= patienceForLock || ::poll(&polled, 1, retryMilliseconds) > 0) return false;
+    }
+    return true;
+  }
+
  private:
+  bool isTaken() const {
+    const int result =
+        Transfer::uninterrupted([&] { return ::flock(descriptor_, LOCK_EX | LOCK_NB); });
+    return result != 0 && errno == EWOULDBLOCK;
+  }
+
   const int descriptor_;
 };
 
@@ -71,24 +90,33 @@ std::optional<SocketFile::Problem> obstacle(const std::string& path) {
 
 }  // namespace
 
-Result<SocketFile, SocketFile::Problem> SocketFile::claim(const std::string& path) {
+Result<SocketFile, SocketFile::Problem> SocketFile::claim(const std::string& path, int end) {
   if (const auto address = UnixSocket::unixAddress(path); !address) {
     return Problem{visible(address.failure().description())};
   }
   const FolderLock lock(Files::split(path).folder);
+  if (!lock.take(end)) return problem(path, "another process keeps its folder locked");
   if (auto found = obstacle(path)) return *std::move(found);
   const auto listener = UnixSocket::listen(path, backlog);
-  if (!listener) return problem(path, listener.failure().description());
-  return SocketFile(path, *listener);
+  if (!listener) {
+    if (!obstacle(path)) ::unlink(path.c_str());  // it was made, and nobody will ever listen there
+    return problem(path, listener.failure().description());
+  }
+  struct stat status {};
+  if (!UnixSocket::makeNonBlocking(*listener) || ::lstat(path.c_str(), &status) != 0) {
+    const int code = errno;
+    ::close(*listener);
+    ::unlink(path.c_str());
+    return problem(path, System::errorText(code));
+  }
+  return SocketFile(path, *listener, status);
 }
 
-SocketFile::SocketFile(std::string path, int descriptor)
-    : path_(std::move(path)), descriptor_(descriptor) {
-  struct stat status {};
-  if (::lstat(path_.c_str(), &status) != 0) return;
-  device_ = status.st_dev;
-  inode_ = status.st_ino;
-}
+SocketFile::SocketFile(std::string path, int descriptor, const struct stat& status)
+    : path_(std::move(path)),
+      descriptor_(descriptor),
+      device_(status.st_dev),
+      inode_(status.st_ino) {}
 
 SocketFile::~SocketFile() {
   if (descriptor_ < 0) return;

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include "CorvaneControl/Result.h"
@@ -18,9 +19,13 @@ class SocketFile {
     std::string description{};
   };
 
-  /// Listens at `path`. A socket file that nobody serves any more is taken over; one that somebody
-  /// serves, and every other kind of file, is left alone and a problem.
-  static Result<SocketFile, Problem> claim(const std::string& path);
+  /// Listens at `path`, without ever waiting for a client. A socket file that nobody serves any
+  /// more is taken over; one that somebody serves, and every other kind of file, is left alone and
+  /// a problem.
+  ///
+  /// Waits a few seconds for others that start at the same time, but not once the descriptor `end`
+  /// is readable.
+  static Result<SocketFile, Problem> claim(const std::string& path, int end);
 
   /// Removes the file, unless another one has taken its place by now.
   ~SocketFile();
@@ -35,7 +40,7 @@ class SocketFile {
   const std::string& path() const { return path_; }
 
  private:
-  SocketFile(std::string path, int descriptor);
+  SocketFile(std::string path, int descriptor, const struct stat& status);
 
   std::string path_;
   int descriptor_;

@@ -1,8 +1,11 @@
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +13,7 @@
 #include <variant>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,6 +53,13 @@ int fail(const std::string& message, int status = EXIT_FAILURE) {
   return status;
 }
 
+/// Needs none.
+int failWithoutMemory() {
+  constexpr std::string_view message = "corvane-headless: there is not enough memory\n";
+  [[maybe_unused]] const ssize_t count = ::write(STDERR_FILENO, message.data(), message.size());
+  return EXIT_FAILURE;
+}
+
 int print(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
   if (std::fflush(stdout) == 0 && written) return EXIT_SUCCESS;
@@ -72,6 +83,25 @@ std::optional<std::string> usualSocket() {
   return path;
 }
 
+/// Opens the terminal that standard output goes to anew, so that writing to it never waits: one
+/// that takes no output (Ctrl-S, a remote shell that stalls) takes less than poll(2) promises. That
+/// mode belongs to the open file, and the one that we were lent is the shell's as well. A terminal
+/// that can't be opened, such as another user's, is written to as it is.
+void openTerminalAnew() {
+  std::array<char, PATH_MAX> name{};
+  if (::isatty(STDOUT_FILENO) == 0) return;
+  int terminal = -1;
+  if (::ttyname_r(STDOUT_FILENO, name.data(), name.size()) == 0) {
+    terminal = ::open(name.data(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  }
+  if (terminal < 0) {  // its name may be another container's
+    terminal = ::open("/proc/self/fd/1", O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  }
+  if (terminal < 0) return;
+  ::dup2(terminal, STDOUT_FILENO);
+  ::close(terminal);
+}
+
 CommandLine::Answering usualAnswering() {
   const bool hasTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   return hasTerminal ? CommandLine::Answering::ask : CommandLine::Answering::leave;
@@ -92,9 +122,10 @@ int serve(const CommandLine::Serve& options) {
   if (!signals.isUsable()) return fail("pipe: " + System::errorText(errno));
   const auto path = options.socket ? options.socket : usualSocket();
   if (!path) return EXIT_FAILURE;
-  auto socket = Headless::SocketFile::claim(*path);
+  auto socket = Headless::SocketFile::claim(*path, signals.descriptor());
   if (!socket) return fail(socket.failure().description);
 
+  openTerminalAnew();
   Headless::Console console(options.quiet);
   const auto answering = options.answering.value_or(usualAnswering());
   console.log("Serving " + std::to_string(all.size()) +
@@ -103,15 +134,17 @@ int serve(const CommandLine::Serve& options) {
     console.log(
         "Agents that ask for permission ask by themselves: there is no terminal to ask on.");
   }
+  std::optional<std::string> problem;
   {
     Headless::Server server(*std::move(socket), Headless::Workspaces(std::move(all)), answering,
                             console, signals.descriptor());
-    server.run();
+    problem = server.run();
   }
   console.finishOutput();  // makes room in a log that nobody took
   console.log("Stopped.");
   console.finishOutput();
-  return EXIT_SUCCESS;
+  if (problem) return fail(*problem);
+  return console.hasFailed() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 /// The absolute path of the tool that agents are to call; absent when nobody knows it.
@@ -163,6 +196,10 @@ int main(int count, char** words) {
   }
   // A file that may not grow is a failed write, which is told as any other.
   std::signal(SIGXFSZ, SIG_IGN);
-  // As they are: names of files need not be UTF-8.
-  return act(CommandLine::parse({words + std::min(count, 1), words + count}));
+  try {
+    // As they are: names of files need not be UTF-8.
+    return act(CommandLine::parse({words + std::min(count, 1), words + count}));
+  } catch (const std::bad_alloc&) {
+    return failWithoutMemory();
+  }
 }

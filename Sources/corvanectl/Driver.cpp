@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "CorvaneControl/Bundle.h"
@@ -55,7 +56,9 @@ template <class... Functions>
 Overloaded(Functions...) -> Overloaded<Functions...>;
 
 /// Seconds to wait for the answer to a permission card: the user may take almost ten minutes.
-constexpr double permissionTimeout = 590;
+constexpr int permissionTimeout = 590;
+/// What poll(2) takes for no time-out.
+constexpr int forEver = -1;
 
 /// Ends without running destructors: taking a large input's tree apart would cost more than parsing
 /// it did.
@@ -86,6 +89,14 @@ bool write(std::string_view bytes, int descriptor) {
   fail("The output can't be written: " + CorvaneControl::System::errorText(code), status);
 }
 
+[[noreturn]] void endSilently() { end(ExitStatus::success); }
+
+/// Nothing here throws but what finds no memory.
+[[noreturn]] void failWithoutMemory() {
+  write("There is not enough memory.\n", STDERR_FILENO);
+  end(ExitStatus::refused);
+}
+
 /// Prints the last thing that there is to say.
 [[noreturn]] void finish(std::string_view text) {
   if (!write(text, STDOUT_FILENO)) failWriting(errno, ExitStatus::refused);
@@ -112,16 +123,29 @@ Result<int, CorvaneControl::UnixSocket::Failure> connect(double timeout) {
   return CorvaneControl::UnixSocket::Failure::system("socket", EBADF);
 }
 
-/// Waits until the socket has something to read; false once nobody reads standard output any more,
-/// and nobody can come back to it.
-bool waitForInput(int socket, bool mayComeBack) {
+/// Whether what poll(2) says of standard output means that nobody reads it any more. Some systems
+/// tell of a hang-up, too, when the other end of a socket will send nothing: agents see to that.
+bool readerIsGone(short events) {
+  if ((events & POLLERR) != 0) return true;
+  if ((events & POLLHUP) == 0) return false;
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  const bool takesNothing = ::send(STDOUT_FILENO, "", 0, 0) < 0;  // as whatever is no socket
+  std::signal(SIGPIPE, before);
+  return takesNothing;
+}
+
+/// Waits until the socket has something to read. False once nobody reads standard output any more,
+/// unless somebody may come back to it, and after `timeout` milliseconds (-1: never).
+bool waitForInput(int socket, bool mayComeBack, int timeout) {
   std::array<pollfd, 2> waited = {pollfd{socket, POLLIN, 0}, pollfd{STDOUT_FILENO, POLLHUP, 0}};
   for (;;) {
-    if (::poll(waited.data(), waited.size(), -1) < 0) {
+    const int ready = ::poll(waited.data(), waited.size(), timeout);
+    if (ready == 0) return false;
+    if (ready < 0) {
       if (errno != EINTR) return false;
       continue;
     }
-    if ((waited[1].revents & (POLLERR | POLLHUP)) != 0 && !mayComeBack) return false;
+    if (!mayComeBack && readerIsGone(waited[1].revents)) return false;
     if (waited[0].revents != 0) return true;
     waited[1].fd = -1;  // a device that cannot be waited for, or a reader that may come back
   }
@@ -129,7 +153,8 @@ bool waitForInput(int socket, bool mayComeBack) {
 
 /// Passes on every line the moment it has arrived whole, all lines of one read at once.
 [[noreturn]] void follow(int socket) {
-  ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
+  // A socket that blocks all the same is read as well, but nobody sees a reader that goes away.
+  [[maybe_unused]] const bool waits = !CorvaneControl::UnixSocket::makeNonBlocking(socket);
   const bool isFIFO = CorvaneControl::System::isFIFO(STDOUT_FILENO);
   // The signal would end this without a word, and a reader that comes back would wait for ever.
   if (isFIFO) std::signal(SIGPIPE, SIG_IGN);
@@ -142,16 +167,28 @@ bool waitForInput(int socket, bool mayComeBack) {
       failWriting(errno, ExitStatus::unreachable);
     } else if (errno != EAGAIN) {
       fail("Corvane quit.", ExitStatus::unreachable);
-    } else if (!waitForInput(socket, isFIFO)) {
+    } else if (!waitForInput(socket, isFIFO, forEver)) {
       end(ExitStatus::unreachable);
     }
   }
 }
 
+/// The line that answers a permission card; absent, too, when the agent that asked is gone: then
+/// the application is to take the card away.
+std::optional<std::string_view> answerToCard(LineReader& reader) {
+  if (!CorvaneControl::UnixSocket::makeNonBlocking(reader.fd)) return reader.next();
+  for (;;) {
+    errno = 0;
+    const auto line = reader.next();
+    if (line || errno != EAGAIN) return line;
+    if (!waitForInput(reader.fd, false, permissionTimeout * 1000)) return std::nullopt;
+  }
+}
+
 /// The application's answer; a failure when there is none in time, or none that can be read.
-Result<ControlResponse, ControlCoding::Failure> answer(int socket) {
+Result<ControlResponse, ControlCoding::Failure> answer(int socket, bool isAboutCard = false) {
   LineReader reader(socket);
-  const auto line = reader.next();
+  const auto line = isAboutCard ? answerToCard(reader) : reader.next();
   if (!line) return ControlCoding::Failure{"no line"};
   return ControlCoding::decodeInPlace<ControlResponse>(reader.buffer.inPlace(*line));
 }
@@ -167,7 +204,7 @@ Result<ControlResponse, ControlCoding::Failure> answer(int socket) {
   if (!CorvaneControl::UnixSocket::write(ControlCoding::line(request), *socket)) {
     end(ExitStatus::success);
   }
-  const auto response = answer(*socket);
+  const auto response = answer(*socket, request.permission.has_value());
   if (response && request.permission) {
     const auto reply = response->hookOutput(request, input.value());
     if (reply) write(*reply, STDOUT_FILENO);
@@ -250,14 +287,14 @@ void drive(std::span<char*> words) {
   // A file that may not grow is a failed write, which is told as any other.
   std::signal(SIGXFSZ, SIG_IGN);
   const bool isNotify = !words.empty() && words.front() == std::string_view("notify");
-  if (!isNotify) act(words, false);
   // A reply that nobody reads must not end the hook with a signal.
-  std::signal(SIGPIPE, SIG_IGN);
+  if (isNotify) std::signal(SIGPIPE, SIG_IGN);
   // Where memory is so short that not even an exception finds room.
-  std::set_terminate([] { end(ExitStatus::success); });
+  std::set_terminate(isNotify ? endSilently : failWithoutMemory);
   try {
-    act(words, true);
+    act(words, isNotify);
   } catch (...) {
-    end(ExitStatus::success);
+    if (isNotify) endSilently();
+    failWithoutMemory();
   }
 }

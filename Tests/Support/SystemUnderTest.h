@@ -3,7 +3,9 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <fstream>
 #include <optional>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -75,6 +77,30 @@ inline bool refuseOpening() {
 inline void refuseFileGrowth() {
   const rlimit limit{.rlim_cur = 0, .rlim_max = 0};
   ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+/// Makes a running process unable to wait for more than `most` descriptors at once; false where the
+/// system has no such bound.
+inline bool boundPolling(pid_t process, rlim_t most) {
+#ifdef __linux__
+  const rlimit limit{.rlim_cur = most, .rlim_max = most};
+  return ::prlimit(process, RLIMIT_NOFILE, &limit, nullptr) == 0;
+#else
+  static_cast<void>(process);
+  static_cast<void>(most);
+  return false;
+#endif
+}
+
+/// The permissions that a running process takes from the files it makes, as the system writes them
+/// ("0077"); empty where it does not say.
+inline std::string fileCreationMask(pid_t process) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  const std::string key = "Umask:\t";
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(key)) return line.substr(key.size());
+  }
+  return {};
 }
 
 /// The read time-out, in seconds, of another process's socket, told from those that it inherited by

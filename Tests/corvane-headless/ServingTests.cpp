@@ -2,19 +2,26 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "CorvaneControl/ControlProtocol.h"
 #include "CorvaneControl/UnixSocket.h"
 #include "HeadlessCorvane.h"
+#include "Support/PseudoTerminal.h"
+#include "Support/SystemUnderTest.h"
 
 namespace CorvaneTests {
 namespace {
@@ -390,6 +397,83 @@ TEST(Serving, refusesALineWithoutEnd) {
   EXPECT_TRUE(ask(other, R"({"command":"list"})").ok);
 }
 
+/// A request for permission, as an agent's hook sends it.
+std::string permission(const std::string& command) {
+  return notify("/home/ada/Projects/site",
+                R"("kind":"needs-input","permission":{"action":"run","subject":")" + command +
+                    R"(","lines":[{"text":")" + command + R"(","kind":"plain"}],"complete":true})");
+}
+
+TEST(Serving, withdrawsTheCardOfAClientThatSendsALineWithoutEndBehindIt) {
+  HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .keepInputOpen = true});
+  ControlClient first = corvane.client();
+  first.send(permission("first") + "\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("  first"));
+  ControlClient second = corvane.client();
+  second.send(permission("second") + "\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("(1 more waiting.)"));
+  const std::string piece(1 << 20, 'x');
+  for (int pieces = 0; pieces < 20 && first.send(piece); ++pieces) {
+  }
+  EXPECT_EQ(first.line(), R"({"error":"The request is too long.","ok":false})");
+  ASSERT_TRUE(corvane.process().waitForOutput("Withdrawn by Claude: Run first"));
+  ASSERT_TRUE(corvane.process().waitForOutput("  second\n"));
+  corvane.process().write("d\n");
+  EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
+}
+
+TEST(Serving, boundsTheRequestsOfAllClientsTogether) {
+  HeadlessCorvane corvane;
+  ControlClient patient = corvane.client();
+  patient.send(R"({"command":"current",)");
+  const std::string piece(15 << 20, 'x');
+  std::vector<ControlClient> clients;
+  std::size_t refused = 0;
+  for (int number = 0; number < 20; ++number) {
+    clients.push_back(corvane.client());
+    clients.back().send(piece);
+    ControlClient other = corvane.client();
+    EXPECT_TRUE(ask(other, R"({"command":"list"})").ok);
+  }
+  for (ControlClient& client : clients) {
+    if (!client.isReadable(std::chrono::milliseconds(0))) continue;
+    ++refused;
+    EXPECT_EQ(client.line(),
+              R"({"error":"The request is too long, beside those of others.","ok":false})");
+    EXPECT_FALSE(client.line());
+  }
+  EXPECT_EQ(refused, 16U) << "64 MiB hold four of them";
+  EXPECT_TRUE(ask(patient, R"("process":1})").ok) << "small ones are not the ones that are refused";
+  EXPECT_TRUE(corvane.process().waitForOutput(
+      "Clients sent requests that are too long together: the longest is refused."));
+}
+
+TEST(Serving, refusesAClientThatThereIsNoMemoryFor) {
+  if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
+  HeadlessCorvane corvane({.beforeExec = [] {
+    const rlimit bound{40 << 20, 40 << 20};
+    ::setrlimit(RLIMIT_AS, &bound);
+  }});
+  const std::string piece(15 << 20, 'x');
+  std::vector<ControlClient> clients;
+  for (int number = 0; number < 4; ++number) {
+    clients.push_back(corvane.client());
+    clients.back().send(piece);
+    ControlClient other = corvane.client();
+    EXPECT_TRUE(ask(other, R"({"command":"list"})").ok);
+  }
+  EXPECT_TRUE(std::ranges::any_of(clients, [](const ControlClient& client) {
+    return client.isReadable(std::chrono::milliseconds(0));
+  }));
+  for (ControlClient& client : clients) {
+    if (!client.isReadable(std::chrono::milliseconds(0))) continue;
+    const auto line = client.line();  // absent when not even an answer found room
+    EXPECT_EQ(line.value_or("").find("enough memory") == std::string::npos, !line) << *line;
+  }
+  corvane.log();  // it ends as ever
+  EXPECT_FALSE(corvane.folder().holds("control.sock"));
+}
+
 TEST(Serving, isNotHeldUpByAClientThatDoesNotRead) {
   HeadlessCorvane corvane({.arguments = {"--quiet"}});
   ControlClient silent = corvane.client();
@@ -579,6 +663,90 @@ TEST(Serving, goesOnWithoutALogThatCannotBeWritten) {
   EXPECT_EQ(ended.errors,
             "corvane-headless: standard output: No space left on device; there is no log from now "
             "on.\n");
+}
+
+TEST(Serving, saysThatItsLogIsBroken) {
+  const int broken = ::open("/proc/self/mem", O_WRONLY | O_CLOEXEC);  // nothing is at its beginning
+  if (broken < 0) GTEST_SKIP() << "there is no /proc/self/mem";
+  HeadlessCorvane corvane({.given = {{1, broken}}});
+  ::close(broken);
+  const Ended ended = corvane.process().wait();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "corvane-headless: standard output: Input/output error\n");
+  EXPECT_FALSE(corvane.folder().holds("control.sock"));
+}
+
+TEST(Serving, saysThatItCannotWait) {
+  HeadlessCorvane corvane;
+  ControlClient client = corvane.client();
+  EXPECT_TRUE(ask(client, R"({"command":"list"})").ok);
+  if (!boundPolling(corvane.process().pid(), 3)) GTEST_SKIP() << "waiting cannot be bounded here";
+  client.send(R"({"command":"list"})"
+              "\n");
+  const Ended ended = corvane.process().wait();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "corvane-headless: poll: Invalid argument\n");
+  EXPECT_FALSE(corvane.folder().holds("control.sock"));
+}
+
+class ServingInATerminal : public InATerminal {};
+
+TEST_F(ServingInATerminal, goesOnWhenTheTerminalTakesNoOutput) {
+  TemporaryFolder folder;
+  PseudoTerminal terminal;  // nobody reads what it shows
+  const ChildOptions options = terminal.lentTo(HeadlessCorvane::served({}, folder.path("s")));
+  termios modes{};
+  ASSERT_EQ(::tcgetattr(options.given.at(1), &modes), 0);
+  modes.c_oflag |= OPOST | ONLCR;  // as shells have it
+  ASSERT_EQ(::tcsetattr(options.given.at(1), TCSANOW, &modes), 0);
+  ChildProcess corvane(CORVANE_HEADLESS, options);
+  ControlClient client(folder.path("s"));
+  for (int number = 0; number < 2000; ++number) {
+    ASSERT_TRUE(ask(client, R"({"command":"current"})").ok) << number;
+  }
+  ASSERT_TRUE(terminal.waitFor("Told the current workspace: Site.\r\n"));
+  corvane.signal(SIGTERM);
+  terminal.waitFor("Stopped.\r\n");
+  EXPECT_EQ(corvane.wait().status, 0);
+}
+
+TEST_F(ServingInATerminal, leavesTheModeOfTheShellsTerminalAlone) {
+  TemporaryFolder folder;
+  PseudoTerminal terminal;
+  ChildOptions options = terminal.lentTo(HeadlessCorvane::served({}, folder.path("s")));
+  ChildProcess corvane(CORVANE_HEADLESS, options);
+  ASSERT_TRUE(terminal.waitFor("Serving"));
+  EXPECT_EQ(::fcntl(options.given.at(1), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(ServingInATerminal, takesAnswersWhereThereAreNoJobs) {
+  TemporaryFolder folder;
+  PseudoTerminal terminal;
+  ChildOptions options = terminal.lentTo(HeadlessCorvane::served({}, folder.path("s")));
+  options.beforeExec = [] { ::setsid(); };  // of a session without a terminal of its own
+  ChildProcess corvane(CORVANE_HEADLESS, options);
+  ControlClient agent(folder.path("s"));
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(terminal.waitFor("[d] deny"));
+  terminal.type("d\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
+}
+
+TEST_F(ServingInATerminal, leavesCardsToTheAgentsWhenItIsClosed) {
+  TemporaryFolder folder;
+  PseudoTerminal terminal;
+  ChildOptions options = terminal.lentTo(HeadlessCorvane::served({}, folder.path("s")));
+  options.beforeExec = [] {
+    ::setsid();
+    ::ioctl(0, TIOCSCTTY, 0);
+    std::signal(SIGHUP, SIG_IGN);
+  };
+  ChildProcess corvane(CORVANE_HEADLESS, options);
+  ControlClient agent(folder.path("s"));
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(terminal.waitFor("[d] deny"));
+  terminal.hangUp();
+  EXPECT_EQ(agent.line().value_or(R"({"ok":true})"), R"({"ok":true})");
 }
 
 }  // namespace

@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -188,6 +193,69 @@ TEST(Starting, takesOverTheSocketOfOneThatWasKilled) {
   EXPECT_TRUE(second.waitForOutput("Serving"));
 }
 
+/// A lock on a folder, as another process may hold it.
+class LockedFolder {
+ public:
+  LockedFolder(const std::string& path, int kind)
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    EXPECT_EQ(::flock(descriptor_, kind), 0);
+  }
+  ~LockedFolder() { ::close(descriptor_); }
+  LockedFolder(const LockedFolder&) = delete;
+  LockedFolder& operator=(const LockedFolder&) = delete;
+
+ private:
+  int descriptor_;
+};
+
+TEST(Starting, saysThatAnotherProcessKeepsTheFolderLocked) {
+  const TemporaryFolder folder;
+  const LockedFolder lock(folder.path(), LOCK_SH);  // which a lock for one alone has to wait for
+  const Ended ended = headless({"--socket", folder.path("s")});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.output, "");
+  EXPECT_EQ(ended.errors, "corvane-headless: " + folder.path("s") +
+                              ": another process keeps its folder locked\n");
+  EXPECT_FALSE(folder.holds("s"));
+}
+
+TEST(Starting, waitsForAFolderThatIsLockedForAMoment) {
+  const TemporaryFolder folder;
+  std::optional<LockedFolder> lock(std::in_place, folder.path(), LOCK_EX);
+  ChildProcess corvane(CORVANE_HEADLESS, HeadlessCorvane::served({}, folder.path("s")));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(folder.holds("s"));
+  lock.reset();
+  EXPECT_TRUE(corvane.waitForOutput("Serving"));
+}
+
+TEST(Starting, endsWhileItWaitsForALock) {
+  const TemporaryFolder folder;
+  const LockedFolder lock(folder.path(), LOCK_EX);
+  // Until it waits it takes its end from the system.
+  for (;;) {
+    ChildProcess corvane(CORVANE_HEADLESS, HeadlessCorvane::served({}, folder.path("s")));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    if (!corvane.running()) continue;  // a machine so busy that the wait was over
+    corvane.signal(SIGTERM);
+    const Ended ended = corvane.wait();
+    if (ended.signal) continue;
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.errors, "corvane-headless: " + folder.path("s") +
+                                ": another process keeps its folder locked\n");
+    break;
+  }
+  EXPECT_FALSE(folder.holds("s"));
+}
+
+TEST(Starting, makesItsSocketTheUsersAloneFromTheFirstMoment) {
+  HeadlessCorvane corvane({.beforeExec = [] { ::umask(0); }});
+  corvane.client();
+  const std::string mask = fileCreationMask(corvane.process().pid());
+  if (mask.empty()) GTEST_SKIP() << "this system does not show another process's mask";
+  EXPECT_EQ(mask, "0077");
+}
+
 TEST(Starting, letsOneOfManyServe) {
   const TemporaryFolder folder;
   leaveStaleSocket(folder.path("s"));
@@ -334,6 +402,21 @@ TEST(Starting, makesClientsWaitWhenThereIsNoRoom) {
     EXPECT_TRUE(client.ask(R"({"command":"current"})"));
     client.close();
   }
+}
+
+TEST(Starting, doesNotTurnAndTurnWhileThereIsNoRoom) {
+  HeadlessCorvane corvane({.beforeExec = [] {
+    const rlimit descriptors{.rlim_cur = 24, .rlim_max = 24};
+    ::setrlimit(RLIMIT_NOFILE, &descriptors);
+    const rlimit seconds{.rlim_cur = 2, .rlim_max = 2};  // of computing
+    ::setrlimit(RLIMIT_CPU, &seconds);
+  }});
+  EXPECT_TRUE(corvane.client().ask(R"({"command":"current"})"));
+  std::vector<ControlClient> clients;
+  for (int number = 0; number < 40; ++number) clients.push_back(corvane.client());
+  ASSERT_TRUE(corvane.process().waitForOutput("There is no room for more clients"));
+  std::this_thread::sleep_for(std::chrono::seconds(4));
+  EXPECT_TRUE(corvane.process().running());
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -742,6 +743,36 @@ TEST_F(SubscribeIntoFIFO, saysThatItsReaderHasNotComeBack) {
   const Ended end = ended();
   EXPECT_EQ(end.status, 3);
   EXPECT_EQ(end.errors, "The output can't be written: Broken pipe\n");
+}
+
+TEST(Corvanectl, saysThatThereIsNotEnoughMemory) {
+  if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
+  const std::string answer =
+      R"({"ok":true,"workspaces":[],"error":")" + std::string(4 << 20, 'x') + "\"}\n";
+  bool starts = false;  // with less memory than it takes to start, the system ends it
+  bool saysSo = false;
+  std::optional<int> last;
+  for (rlim_t limit = rlim_t{1} << 20; limit <= rlim_t{32} << 20; limit += rlim_t{1} << 20) {
+    SCOPED_TRACE(limit);
+    const TemporaryFolder folder;
+    ScriptedPeer peer(folder.path("s"), sending(answer));
+    ChildOptions options = against(peer.path(), {"list"});
+    options.beforeExec = [limit] {
+      const rlimit bound{limit, limit};
+      ::setrlimit(RLIMIT_AS, &bound);
+    };
+    const Ended ended = run(corvanectl(), options);
+    EXPECT_NE(ended.signal, SIGABRT) << ended.errors;
+    if (ended.status == 1) {
+      EXPECT_EQ(ended.errors, "There is not enough memory.\n");
+      saysSo = true;
+    }
+    starts = starts || ended.status == 0 || ended.status == 1;
+    EXPECT_FALSE(starts && ended.signal);
+    last = ended.status;
+  }
+  EXPECT_TRUE(saysSo);
+  EXPECT_EQ(last, 0) << "with enough of it the answer is printed";
 }
 
 TEST(Corvanectl, withoutAFileForAClosedDescriptorNothingIsSent) {

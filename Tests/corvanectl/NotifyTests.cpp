@@ -12,7 +12,10 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include "CorvaneControl/CodexTranscript.h"
 #include "CorvaneControl/ControlCommandLine.h"
@@ -410,6 +413,125 @@ TEST(Notify, inputThatIsNoneIsSilent) {
   ::close(unreadable);
   EXPECT_TRUE(peer.requests().empty());
 }
+
+/// Where a reply goes: what the hook writes to, and the end that the agent reads from.
+struct ReplyEnds {
+  int hook = -1;
+  int agent = -1;
+};
+
+ReplyEnds pipeEnds() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe(ends.data()), 0);
+  ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+  return {.hook = ends[1], .agent = ends[0]};
+}
+ReplyEnds socketEnds() {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+  return {.hook = ends[0], .agent = ends[1]};
+}
+/// As some agents make it: each end of the connection goes one way only.
+ReplyEnds halfClosedSocketEnds() {
+  const ReplyEnds ends = socketEnds();
+  ::shutdown(ends.hook, SHUT_RD);
+  ::shutdown(ends.agent, SHUT_WR);
+  return ends;
+}
+ReplyEnds terminalEnds() {
+  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0) return {};
+  ::fcntl(master, F_SETFD, FD_CLOEXEC);
+  const char* const name = ::ptsname(master);
+  const int slave = name == nullptr ? -1 : ::open(name, O_RDWR | O_NOCTTY);
+  termios modes{};
+  ::tcgetattr(slave, &modes);
+  modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);  // line feeds stay line feeds
+  ::tcsetattr(slave, TCSANOW, &modes);
+  return {.hook = slave, .agent = master};
+}
+ReplyEnds fileEnds() {
+  std::string path = "/tmp/corvanectl-reply.XXXXXX";
+  const int file = ::mkstemp(path.data());
+  ::unlink(path.c_str());
+  return {.hook = file, .agent = -1};
+}
+ReplyEnds nullEnds() { return {.hook = ::open("/dev/null", O_WRONLY), .agent = -1}; }
+
+struct ReplyEndsCase {
+  const char* name;
+  ReplyEnds (*make)();
+};
+
+/// A card that is asked about, and an agent that may go away meanwhile.
+class Card : public testing::TestWithParam<ReplyEndsCase> {
+ protected:
+  Card() {
+    if (ends_.hook < 0) return;
+    ChildOptions options = hook(peer_.path(), permission);
+    options.given = {{1, ends_.hook}};
+    child_.emplace(corvanectl(), options);
+    ::close(ends_.hook);
+    waitFor(asked_, *child_);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // until it waits
+  }
+  ~Card() override {
+    mayAnswer();
+    agentGoes();
+  }
+  bool isThere() const { return child_.has_value(); }
+  void agentGoes() {
+    if (ends_.agent >= 0) ::close(std::exchange(ends_.agent, -1));
+  }
+  void mayAnswer() {
+    if (!std::exchange(answered_, true)) answer_.set_value();
+  }
+  Ended ended() { return child_->wait(); }
+  int agent() const { return ends_.agent; }
+
+ private:
+  ReplyEnds ends_ = GetParam().make();
+  TemporaryFolder folder_;
+  std::promise<void> asked_;
+  std::promise<void> answer_;
+  bool answered_ = false;
+  ScriptedPeer peer_{folder_.path("s"), [this](Conversation& talk) {
+                       asked_.set_value();
+                       answer_.get_future().wait();
+                       talk.send("{\"ok\":true,\"decision\":\"allowed\"}\n");
+                     }};
+  std::optional<ChildProcess> child_;
+};
+
+class CardOfAnAgent : public Card {};
+TEST_P(CardOfAnAgent, isWithdrawnWhenTheAgentIsGone) {
+  if (!isThere()) GTEST_SKIP() << "no terminal can be opened here";
+  agentGoes();
+  expectSilence(ended());
+}
+TEST_P(CardOfAnAgent, isAnsweredWhileTheAgentIsThere) {
+  if (!isThere()) GTEST_SKIP() << "no terminal can be opened here";
+  mayAnswer();
+  std::array<char, 512> bytes{};
+  const ssize_t count = ::read(agent(), bytes.data(), bytes.size());
+  EXPECT_EQ(std::string_view(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
+            allow);
+  expectSilence(ended());
+}
+const ReplyEndsCase agentsEnds[] = {{"aPipe", pipeEnds},
+                                    {"aSocket", socketEnds},
+                                    {"aHalfClosedSocket", halfClosedSocketEnds},
+                                    {"aTerminal", terminalEnds}};
+INSTANTIATE_TEST_SUITE_P(Notify, CardOfAnAgent, testing::ValuesIn(agentsEnds), named);
+
+class CardIntoAFile : public Card {};
+TEST_P(CardIntoAFile, waitsForItsAnswer) {
+  mayAnswer();
+  expectSilence(ended());
+}
+const ReplyEndsCase filesEnds[] = {{"aFile", fileEnds}, {"theNullDevice", nullEnds}};
+INSTANTIATE_TEST_SUITE_P(Notify, CardIntoAFile, testing::ValuesIn(filesEnds), named);
 
 TEST(Notify, endsWithZeroWhenNobodyTakesTheReply) {
   const TemporaryFolder folder;
