@@ -213,15 +213,18 @@ std::string flowedBehind(const std::vector<std::string>& pieces, std::string_vie
                          std::size_t columns, std::string_view further) {
   std::string text;
   std::size_t width = 0;  // of the row that is being set
+  bool isFirst = true;
   for (const std::string& piece : pieces) {
     const std::size_t pieceWidth = columnsOf(piece);
-    if (!text.empty() && width + between.size() + pieceWidth > columns) {
-      text.append("\n").append(further);
-      width = further.size();
-    } else if (!text.empty()) {
-      text.append(between);
-      width += between.size();
+    const bool fits = width + between.size() + pieceWidth <= columns;
+    const std::string_view before = isFirst ? "" : (fits ? between : further);
+    if (!isFirst && !fits) {
+      text.append("\n");
+      width = 0;
     }
+    isFirst = false;
+    text.append(before);
+    width += before.size();
     text.append(piece);
     width += pieceWidth;
   }
