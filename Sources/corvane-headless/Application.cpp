@@ -40,6 +40,15 @@ std::optional<std::string> callOf(const ControlRequest& request) {
   return sessionOf(request) + "\n" + *request.toolCall;
 }
 
+Attention attentionOf(const ControlRequest& request) {
+  return {.agent = request.agent.value_or(""),
+          .kind = request.kind.value_or(AttentionKind::needsInput),
+          .message = request.message,
+          .since = Date::now(),
+          .session = request.session,
+          .folder = request.cwd};
+}
+
 std::string counted(std::int64_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
@@ -50,6 +59,35 @@ std::string_view verdict(const PermissionReply& reply, AgentPermission::Action a
   if (action != AgentPermission::Action::plan) return allowed ? "Allowed" : "Denied";
   if (!allowed) return "Kept planning";
   return reply.approval == PlanApproval::automatic ? "Approved without further asking" : "Approved";
+}
+
+/// What the log tells of the options that were chosen for the questions of a card: a line each.
+std::vector<std::string> chosenIn(const AgentPermission& card, const PermissionReply& reply) {
+  std::vector<std::string> lines;
+  if (!card.questions || !reply.choices) return lines;
+  for (std::size_t index = 0; index < reply.choices->size(); ++index) {
+    const AgentPermission::Question& question = (*card.questions)[index];
+    std::vector<std::string> labels;
+    for (const std::int64_t option : (*reply.choices)[index]) {
+      labels.push_back(visibleLine(question.options[static_cast<std::size_t>(option)].label, 200));
+    }
+    lines.push_back("Answered " + visibleLine(question.text, 200) + ": " +
+                    Text::joined(labels, ", "));
+  }
+  return lines;
+}
+
+/// A turn's task for the log. What an agent tells itself when a task in the background has ended
+/// comes as markup, perhaps cut; of it, the words that are for people.
+std::string wordsOf(std::string_view task) {
+  constexpr std::string_view opening = "<summary>";
+  if (!task.starts_with("<task-notification>")) return visibleLine(task);
+  const std::size_t begin = task.find(opening);
+  const std::size_t end = task.find("</summary>");
+  if (begin == std::string_view::npos || end == std::string_view::npos || end < begin) {
+    return "A task in the background has ended";
+  }
+  return visibleLine(task.substr(begin + opening.size(), end - begin - opening.size()));
 }
 
 ControlResponse accepted() {
@@ -118,6 +156,7 @@ ControlResponse Application::switchTo(std::string_view name) {
     console_.log("Switched to " + workspaces_[*position].name + ".");
     // A mark is gone before anybody hears of the switch, so that nobody shows a stale one.
     const bool wasMarked = workspaces_.clearMark(*position);
+    cardMarks_.erase(*position);
     clients_.publish({ControlEvent::Kind::workspace, workspaces_[*position]});
     if (wasMarked) clients_.publish({ControlEvent::Kind::attention, workspaces_[*position]});
   } else {
@@ -189,7 +228,7 @@ void Application::progress(const ControlRequest& request) {
   switch (*request.activity) {
     case AgentActivity::started: {
       turns_.start(session);
-      const std::string task = visibleLine(request.task.value_or(""));
+      const std::string task = wordsOf(request.task.value_or(""));
       console_.log(task.empty() ? line + "." : line + ": " + task);
       clearMarksOf(request);  // whoever starts a turn has seen what the agent wanted
       break;
@@ -207,12 +246,19 @@ void Application::progress(const ControlRequest& request) {
 }
 
 void Application::attend(const ControlRequest& request) {
-  const Attention attention{.agent = request.agent.value_or(""),
-                            .kind = request.kind.value_or(AttentionKind::needsInput),
-                            .message = request.message,
-                            .since = Date::now(),
-                            .session = request.session,
-                            .folder = request.cwd};
+  const Attention attention = attentionOf(request);
+  logAttention(request, attention);
+  const std::string session = sessionOf(request);
+  // While a card waits its mark says best what is wanted, whatever ends beside it. An agent that
+  // asks by itself says again that it does, in fewer words.
+  const auto position = workspaces_.holding(request.cwd.value_or(""));
+  const auto marked = position ? cardMarks_.find(*position) : cardMarks_.end();
+  const bool asksByItself = attention.kind == AttentionKind::needsInput &&
+                            marked != cardMarks_.end() && marked->second.session == session;
+  if (!asks(session) && !asksByItself) mark(attention, std::nullopt);
+}
+
+void Application::logAttention(const ControlRequest& request, const Attention& attention) {
   // The phrase of a mark without an agent is the bare ending.
   std::string line =
       agentOf(request) + Attention{.kind = attention.kind}.phrase() + " in " + placeOf(request);
@@ -224,25 +270,44 @@ void Application::attend(const ControlRequest& request) {
   }
   const std::string message = visibleLine(attention.message.value_or(""));
   console_.log(message.empty() ? line + "." : line + ": " + message);
+}
 
+void Application::mark(const Attention& attention, const std::optional<CardMark>& card) {
   const auto position = workspaces_.holding(attention.folder.value_or(""));
   if (!position) return;
   workspaces_.mark(*position, attention);
+  cardMarks_.erase(*position);
+  if (card) cardMarks_.emplace(*position, *card);
   clients_.publish({ControlEvent::Kind::attention, workspaces_[*position]});
 }
 
 void Application::clearMark(std::size_t position) {
+  cardMarks_.erase(position);
   if (!workspaces_.clearMark(position)) return;
   clients_.publish({ControlEvent::Kind::attention, workspaces_[position]});
 }
 
+bool Application::asks(const std::string& session) const {
+  return std::ranges::any_of(cards_,
+                             [&](const Card& card) { return sessionOf(card.request) == session; });
+}
+
 void Application::clearMarksOf(const ControlRequest& request) {
+  const std::string session = sessionOf(request);
   for (std::size_t position = 0; position < workspaces_.all().size(); ++position) {
-    const auto& mark = workspaces_[position].attention;
-    if (!mark) continue;
+    const auto& marked = workspaces_[position].attention;
+    if (!marked) continue;
     const ControlRequest marker{
-        .agent = mark->agent, .cwd = mark->folder, .session = mark->session};
-    if (sessionOf(marker) == sessionOf(request)) clearMark(position);
+        .agent = marked->agent, .cwd = marked->folder, .session = marked->session};
+    if (sessionOf(marker) != session) continue;
+    const auto waiting = std::find_if(cards_.rbegin(), cards_.rend(), [&](const Card& card) {
+      return workspaces_.holding(card.request.cwd.value_or("")) == position;
+    });
+    if (waiting == cards_.rend()) {
+      clearMark(position);
+    } else if (waiting->mark != marked) {
+      mark(waiting->mark, CardMark{sessionOf(waiting->request), callOf(waiting->request)});
+    }
   }
 }
 
@@ -258,13 +323,17 @@ std::string Application::placeOf(const ControlRequest& request) const {
 void Application::permission(ConnectionID connection, const ControlRequest& request) {
   const AgentPermission& card = *request.permission;
   const std::string what = std::string(verb(card.action)) + " " + visibleLine(card.subject, 200);
-  Card arrived{connection, request, agentOf(request), what};
+  Card arrived{connection, request, agentOf(request), what, attentionOf(request)};
+  // A call that is asked for again was not the last of its kind: a report that comes now may well
+  // be of this one.
+  if (const auto call = callOf(request)) std::erase(allowed_, *call);
   if (answering_ == Answering::allow) {
     settle(arrived, automaticReply(card, PermissionAnswer::allowed), " (--answer allow)");
   } else if (answering_ == Answering::deny) {
     settle(arrived, automaticReply(card, PermissionAnswer::denied), " (--answer deny)");
   } else {
-    attend(request);  // the user has to step in, here or at the agent
+    logAttention(request, arrived.mark);  // the user has to step in, here or at the agent
+    mark(arrived.mark, CardMark{sessionOf(request), callOf(request)});
     if (answering_ == Answering::leave) {
       settle(arrived, std::nullopt, {});
       return;
@@ -295,6 +364,9 @@ void Application::settle(const Card& card, const std::optional<PermissionReply>&
     }
   }
   console_.log(outcome + card.what);
+  if (reply) {
+    for (const std::string& line : chosenIn(*card.request.permission, *reply)) console_.log(line);
+  }
   clients_.answer(card.connection, response);
 }
 
@@ -302,14 +374,17 @@ Application::Card Application::removed(std::size_t index) {
   const auto place = cards_.begin() + static_cast<std::ptrdiff_t>(index);
   Card card = std::move(*place);
   cards_.erase(place);
-  if (index == 0) dialog_.reset();
+  if (index == 0) {
+    dialog_.reset();
+    console_.stopAsking();
+  }
   return card;
 }
 
 void Application::settleFirst(const std::optional<PermissionReply>& reply) {
   const Card card = removed(0);
   settle(card, reply, {});
-  if (reply) clearMarksUnlessAsked(card.request);
+  if (reply) clearMarksOf(card.request);
   showFirst();
 }
 
@@ -324,10 +399,15 @@ void Application::settleElsewhere(const ControlRequest& report) {
   }
   const auto isOver = [&](const Card& card) { return call && callOf(card.request) == call; };
   const auto place = std::ranges::find_if(cards_, isOver);
-  if (place == cards_.end()) return;
-  settleWithoutUser(static_cast<std::size_t>(place - cards_.begin()));
-  clearMarksUnlessAsked(report);
-  showFirst();
+  if (place != cards_.end()) {
+    settleWithoutUser(static_cast<std::size_t>(place - cards_.begin()));
+    showFirst();
+    return;
+  }
+  // A card that was left to its agent was answered there.
+  const auto left = std::ranges::find_if(
+      cardMarks_, [&](const auto& entry) { return call && entry.second.call == call; });
+  if (left != cardMarks_.end()) clearMark(left->first);
 }
 
 void Application::sessionEnded(const ControlRequest& report) {
@@ -341,13 +421,8 @@ void Application::sessionEnded(const ControlRequest& report) {
 void Application::settleWithoutUser(std::size_t index) {
   const Card card = removed(index);
   console_.log("Settled without you, " + card.agent + ": " + card.what);
+  clearMarksOf(card.request);
   clients_.answer(card.connection, accepted());
-}
-
-void Application::clearMarksUnlessAsked(const ControlRequest& request) {
-  const bool asks = std::ranges::any_of(
-      cards_, [&](const Card& card) { return sessionOf(card.request) == sessionOf(request); });
-  if (!asks) clearMarksOf(request);
 }
 
 void Application::disconnected(ConnectionID connection) {
@@ -355,42 +430,55 @@ void Application::disconnected(ConnectionID connection) {
   if (place == cards_.end()) return;
   const Card card = removed(static_cast<std::size_t>(place - cards_.begin()));
   console_.log("Withdrawn by " + card.agent + ": " + card.what);
+  clearMarksOf(card.request);
   showFirst();
 }
 
 void Application::showFirst() {
   if (cards_.empty() || dialog_) return;
   dialog_.emplace(*cards_.front().request.permission);
-  console_.forgetTypedAhead();
-  drawFirst();
+  console_.ask(drawnFirst());
 }
 
-void Application::drawFirst() {
+std::string Application::drawnFirst() {
   const Card& card = cards_.front();
   const auto position = workspaces_.holding(card.request.cwd.value_or(""));
-  console_.show(draw(*dialog_, card.agent, position ? workspaces_[*position].name : "",
-                     cards_.size() - 1, console_.style()));
+  drawnStyle_ = console_.style();
+  return draw(*dialog_, card.agent, position ? workspaces_[*position].name : "", cards_.size() - 1,
+              drawnStyle_);
 }
 
-void Application::typed(std::string_view line) {
+void Application::windowChanged() {
+  if (!dialog_) return;
+  const Style now = console_.style();
+  const bool hasFewerRows = now.rows.value_or(0) < drawnStyle_.rows.value_or(0);
+  if (now.columns < drawnStyle_.columns || hasFewerRows) console_.askAgain(drawnFirst());
+}
+
+void Application::typed(const TypedLine& line) {
   if (!dialog_) {
     console_.log("Nothing waits for an answer.");
     return;
   }
-  const CardDialog::Outcome outcome = dialog_->typed(line);
+  if (line.tooEarly) {
+    console_.sayDropped();
+    return;
+  }
+  const CardDialog::Outcome outcome = dialog_->typed(line.text);
   if (const auto* decision = std::get_if<CardDialog::Decided>(&outcome)) {
     settleFirst(decision->reply);
   } else if (std::holds_alternative<CardDialog::LeftToAgent>(outcome)) {
     settleFirst(std::nullopt);
   } else if (const auto* hint = std::get_if<CardDialog::Hint>(&outcome)) {
-    console_.show(hint->text + "\n");
+    console_.say(hint->text);
   } else {
-    drawFirst();
+    console_.ask(drawnFirst());
   }
 }
 
 void Application::inputEnded() {
   answering_ = Answering::leave;
+  console_.closeInput();
   console_.log("End of input: agents that ask for permission ask by themselves from now on.");
   while (!cards_.empty()) settle(removed(0), std::nullopt, {});
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,9 +52,12 @@ class Application {
   /// Whether a card is shown and waits for an answer.
   bool isAsking() const { return dialog_.has_value(); }
   /// The user has typed a line.
-  void typed(std::string_view line);
-  /// The user will type nothing more: all cards, now and later, are left to the agents.
+  void typed(const TypedLine& line);
+  /// The user will type nothing more, or sees nothing: all cards, now and later, are left to the
+  /// agents.
   void inputEnded();
+  /// The terminal may have changed its size: a card that no longer fits is drawn anew.
+  void windowChanged();
 
  private:
   /// A card that waits for the user. The first one is the one that is shown.
@@ -62,6 +66,12 @@ class Application {
     ControlRequest request{};
     std::string agent{};  ///< Visible: "Claude".
     std::string what{};   ///< Visible, for the log: "Run npm test".
+    Attention mark{};     ///< What it puts on its workspace.
+  };
+  /// Whose card put the mark on a workspace.
+  struct CardMark {
+    std::string session{};
+    std::optional<std::string> call{};
   };
 
   ControlResponse list();
@@ -77,10 +87,16 @@ class Application {
   void subscribe(ConnectionID connection);
   void notify(ConnectionID connection, const ControlRequest& request);
   void progress(const ControlRequest& request);
+  /// An agent wants the user's attention, without a card.
   void attend(const ControlRequest& request);
+  void logAttention(const ControlRequest& request, const Attention& attention);
+  /// Puts a mark on the workspace of its folder; it is that of a card when there is one.
+  void mark(const Attention& attention, const std::optional<CardMark>& card);
   void clearMark(std::size_t position);
+  /// Whether a card of that session waits for the user.
+  bool asks(const std::string& session) const;
+  /// Takes the marks of a session off, or puts those of cards that still wait in their place.
   void clearMarksOf(const ControlRequest& request);
-  void clearMarksUnlessAsked(const ControlRequest& request);
   std::string placeOf(const ControlRequest& request) const;
 
   void permission(ConnectionID connection, const ControlRequest& request);
@@ -95,7 +111,7 @@ class Application {
   void sessionEnded(const ControlRequest& report);
   void settleWithoutUser(std::size_t index);
   void showFirst();
-  void drawFirst();
+  std::string drawnFirst();
 
   Workspaces workspaces_;
   CommandLine::Answering answering_;
@@ -103,8 +119,10 @@ class Application {
   Clients& clients_;
   Turns turns_{};
   std::deque<Card> cards_{};
-  std::optional<CardDialog> dialog_{};  // about the first card
-  std::deque<std::string> allowed_{};   // tool calls that are not reported as finished yet
+  std::optional<CardDialog> dialog_{};           // about the first card
+  Style drawnStyle_{};                           // which the card that is shown was drawn for
+  std::deque<std::string> allowed_{};            // tool calls that are not reported as finished yet
+  std::map<std::size_t, CardMark> cardMarks_{};  // marks that cards have put on workspaces
 };
 
 }  // namespace CorvaneControl::Headless

@@ -39,6 +39,23 @@ std::vector<Key> keysFor(const AgentPermission& card) {
   return {{"a", "allow", "allow", allowed()}, {"d", "deny", "deny", denied()}};
 }
 
+/// Whether a key does what the agent asked leave for.
+bool approves(const Key& key) { return key.reply.answer == PermissionAnswer::allowed; }
+
+/// Whether the card stands for more than its lines can tell: of a patch, they show what is added
+/// and removed, and nothing of files that are deleted or moved, nor where one file ends.
+bool isPatchWithoutLines(const AgentPermission& card) {
+  return card.action == Action::edit && card.lines.empty();
+}
+bool isPatchOfSeveralFiles(const AgentPermission& card) {
+  return card.action == Action::edit && card.subject.ends_with(" more") && card.note &&
+         card.note->starts_with("Edits ") && card.note->ends_with(" files");
+}
+
+constexpr std::string_view notAllCanBeShown =
+    "Not all of it can be shown here; l shows it at the agent";
+constexpr std::string_view notAllIsShown = "Not all of it is shown yet; s shows it";
+
 /// The words of a line, separated by commas and white space.
 std::vector<std::string_view> wordsOf(std::string_view line) {
   std::vector<std::string_view> words;
@@ -101,7 +118,12 @@ CardDialog::Outcome CardDialog::typed(std::string_view line) {
   }
   if (text == "l" || text == "leave") return LeftToAgent{};
   for (const Key& key : keysFor(card_)) {
-    if (text == key.letter || text == key.word) return Decided{key.reply};
+    if (text == key.word) return Decided{key.reply};
+    if (text != key.letter) continue;
+    if (!leftOut_.any() || !approves(key)) return Decided{key.reply};
+    return Hint{std::string(leftOut_.forGood ? notAllCanBeShown : notAllIsShown) + ". To " +
+                (card_.action == Action::plan ? "approve" : "allow") +
+                " it anyway, type the whole word " + std::string(key.word) + "."};
   }
   if (card_.action == Action::ask && canBeAnswered(card_)) return chosen(text);
   return hint();
@@ -123,6 +145,14 @@ CardDialog::Outcome CardDialog::chosen(std::string_view line) {
   return Decided{std::move(reply)};
 }
 
+std::vector<std::string> CardDialog::answers() const {
+  std::vector<std::string> answers;
+  for (const Key& key : keysFor(card_)) {
+    answers.emplace_back(leftOut_.any() && approves(key) ? key.word : key.letter);
+  }
+  return answers;
+}
+
 CardDialog::Hint CardDialog::hint() const {
   std::string text = "That is no answer. Type ";
   if (card_.action == Action::ask && canBeAnswered(card_)) {
@@ -130,21 +160,44 @@ CardDialog::Hint CardDialog::hint() const {
     text.append(question.multiSelect ? "one or more of the numbers " : "one of the numbers ");
     text.append(numbersOf(question)).append(question.multiSelect ? " (such as 1,2), " : ", ");
   }
-  for (const Key& key : keysFor(card_)) text.append(key.letter).append(", ");
-  return {text + "s or l; Enter alone shows it again."};
+  std::vector<std::string> words = answers();
+  if (leftOut_.untilAsked) words.emplace_back("s");
+  return {text + Text::joined(words, ", ") + " or l; Enter alone shows it again."};
 }
 
-std::string CardDialog::prompt(std::string_view agent) const {
-  std::string text;
+std::vector<std::string> CardDialog::prompt(std::string_view agent) const {
+  std::vector<std::string> pieces;
   if (card_.action == Action::ask && canBeAnswered(card_)) {
     const Question& question = (*card_.questions)[choices_.size()];
-    text.append("[").append(numbersOf(question)).append("] ");
-    text.append(question.multiSelect ? "choose one or more, such as 1,2  " : "choose one  ");
+    pieces.push_back("[" + numbersOf(question) + "] " +
+                     (question.multiSelect ? "choose one or more, such as 1,2" : "choose one"));
   }
-  for (const Key& key : keysFor(card_)) {
-    text.append("[").append(key.letter).append("] ").append(key.meaning).append("  ");
+  std::vector<std::string> words = answers();
+  const std::vector<Key> keys = keysFor(card_);
+  for (std::size_t index = 0; index < keys.size(); ++index) {
+    pieces.push_back("[" + words[index] + "] " + std::string(keys[index].meaning));
   }
-  return text.append("[s] show all  [l] leave it to ").append(agent);
+  if (leftOut_.untilAsked) pieces.emplace_back("[s] show all");
+  const bool isBetterThere = isPatchWithoutLines(card_) || isPatchOfSeveralFiles(card_);
+  pieces.push_back("[l] leave it to " + std::string(agent) +
+                   (isBetterThere ? " (recommended)" : ""));
+  return pieces;
+}
+
+std::vector<std::string> CardDialog::cautions() const {
+  std::vector<std::string> sentences;
+  if (isPatchWithoutLines(card_)) {
+    sentences.emplace_back(
+        "It has no lines to show: it may delete or move files; l shows it at the agent");
+  } else if (isPatchOfSeveralFiles(card_)) {
+    sentences.emplace_back(
+        "It is about several files, not told apart here, and may delete or move some; l shows it "
+        "at the agent");
+  }
+  if (leftOut_.any()) {
+    sentences.emplace_back(leftOut_.forGood ? notAllCanBeShown : notAllIsShown);
+  }
+  return sentences;
 }
 
 }  // namespace CorvaneControl::Headless

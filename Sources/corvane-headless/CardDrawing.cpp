@@ -35,22 +35,29 @@ class Page {
  public:
   Page(const Style& style, bool whole) : style_(style), whole_(whole) {}
 
-  /// A row of our own words.
-  void own(std::string_view text, std::string_view colour = {}) {
-    drawing_.append(coloured(text, colour)).append("\n");
+  /// Our own words, in pieces that stay whole where a row has room for them.
+  void own(const std::vector<std::string>& pieces, std::string_view colour = {}) {
+    const std::string text = flowed(pieces, "  ", style_.columns - 1);
+    drawing_.append(coloured(text.substr(0, text.size() - 1), colour)).append("\n");
+  }
+  void own(const std::string& text, std::string_view colour = {}) {
+    own(std::vector<std::string>{text}, colour);
   }
 
   /// A text of the agent's behind `first`, and behind `further` in the rows that it goes on in;
-  /// neither is wider than `width` columns.
+  /// neither is wider than `width` columns, but that a terminal may draw `goesOn` in two.
   void agents(std::string_view first, std::string_view further, std::size_t width,
               std::string_view text, std::string_view colour = {}) {
     const std::string shown = whole_ ? visible(text) : visibleStart(text, longestDrawn);
+    hides = hides || (!whole_ && text.size() > longestDrawn && shown != visible(text));
     // One column stays free: terminals differ in what they do after the last one.
     const std::size_t columns = std::max(style_.columns, width + 1 + fewestTextColumns) - width - 1;
-    std::string_view margin = first;
-    for (const std::string_view row : rows(shown, columns)) {
-      drawing_.append(margin).append(coloured(row, colour)).append("\n");
-      margin = further;
+    const std::string_view beginning = rows(shown, columns).front();
+    row(first, beginning, colour);
+    if (beginning.size() == shown.size()) return;
+    for (const std::string_view rest :
+         rows(std::string_view(shown).substr(beginning.size()), columns - 1)) {
+      row(further, rest, colour);
     }
   }
 
@@ -69,11 +76,20 @@ class Page {
     return std::string("\x1b[").append(colour).append("m").append(text).append("\x1b[m");
   }
 
+  std::size_t height() const {
+    return static_cast<std::size_t>(std::ranges::count(drawing_, '\n'));
+  }
   std::string take() { return std::move(drawing_); }
 
+  bool hides = false;  ///< Something is left out until the user asks for it.
+
  private:
-  const Style& style_;
-  const bool whole_;
+  void row(std::string_view margin, std::string_view text, std::string_view colour) {
+    drawing_.append(margin).append(coloured(text, colour)).append("\n");
+  }
+
+  Style style_;
+  bool whole_;
   std::string drawing_{};
 };
 
@@ -123,6 +139,7 @@ void drawPreview(const AgentPermission& card, bool whole, Page& page) {
       page.own("  … " + std::to_string(preview.hidden) +
                    (preview.hidden == 1 ? " more line" : " more lines") + " (s shows all)",
                bold);
+      page.hides = true;
     }
   }
 }
@@ -157,18 +174,32 @@ void drawQuestions(const CardDialog& dialog, Page& page) {
   }
 }
 
+/// What the agent wants to do, and where. What another row tells as well is left out.
+void drawHead(const AgentPermission& card, std::string_view place, Page& page) {
+  const bool isItsLine = card.lines.size() == 1 && card.lines.front().kind == Line::Kind::plain &&
+                         Text::trimmed(card.lines.front().text) == card.subject;
+  if (card.action != Action::ask && !isItsLine) page.phrase(indent, card.subject, bold);
+  if (card.note && card.note != card.subject) page.phrase(indent, *card.note);
+  if (card.folder) page.phrase("  in ", *card.folder, dim);
+  if (!place.empty()) page.own("  workspace " + std::string(place), dim);
+}
+
+/// What can be typed, after what the user should know before.
+void drawPrompt(const CardDialog& dialog, std::string_view agent, std::size_t waiting, Page& page) {
+  for (const std::string& caution : dialog.cautions()) page.own(caution, bold);
+  std::vector<std::string> pieces = dialog.prompt(agent);
+  if (waiting > 0) pieces.push_back("(" + std::to_string(waiting) + " more waiting)");
+  page.own(pieces, bold);
+}
+
 }  // namespace
 
-std::string draw(const CardDialog& dialog, std::string_view agent, std::string_view place,
+std::string draw(CardDialog& dialog, std::string_view agent, std::string_view place,
                  std::size_t waiting, const Style& style) {
   const AgentPermission& card = dialog.card();
   Page page(style, dialog.showsAll());
-  page.own("");
   page.own(std::string(agent) + " · " + std::string(title(card.action)), bold);
-  if (card.action != Action::ask) page.phrase(indent, card.subject, bold);
-  if (card.note) page.phrase(indent, *card.note);
-  if (card.folder) page.phrase("  in ", *card.folder, dim);
-  if (!place.empty()) page.own("  workspace " + std::string(place), dim);
+  drawHead(card, place, page);
   drawPreview(card, dialog.showsAll(), page);
   drawQuestions(dialog, page);
   if (!card.complete) {
@@ -177,10 +208,23 @@ std::string draw(const CardDialog& dialog, std::string_view agent, std::string_v
                  : "  (cut: the agent sent more)",
              bold);
   }
-  std::string prompt = dialog.prompt(agent);
-  if (waiting > 0) prompt.append("  (").append(std::to_string(waiting)).append(" more waiting)");
-  page.own(prompt, bold);
-  return page.take();
+
+  const auto withPrompt = [&](LeftOut leftOut) {
+    dialog.leavesOut(leftOut);
+    Page whole = page;
+    drawPrompt(dialog, agent, waiting, whole);
+    return whole;
+  };
+  // Questions that were cut are not answered here, which is said where they stand.
+  LeftOut leftOut{.untilAsked = page.hides,
+                  .forGood = !card.complete && card.action != Action::ask};
+  Page drawn = withPrompt(leftOut);
+  // The row below the last one is where the user types.
+  if (!leftOut.any() && style.rows && drawn.height() >= *style.rows) {
+    leftOut.forGood = true;
+    drawn = withPrompt(leftOut);
+  }
+  return "\n" + drawn.take();
 }
 
 }  // namespace CorvaneControl::Headless

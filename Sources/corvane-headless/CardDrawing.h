@@ -16,8 +16,8 @@ inline constexpr std::size_t longestDrawn = 1000;
 /// visible and stands in rows that begin with blanks; what begins at the edge, the numbers of the
 /// preview's lines and the signs beside them are ours, also where a long line goes on in a further
 /// row. `agent` and `place` are visible texts: who asks, and where it works. `waiting` cards come
-/// after this one.
-std::string draw(const CardDialog& dialog, std::string_view agent, std::string_view place,
+/// after this one. The dialog learns how much of the card is shown.
+std::string draw(CardDialog& dialog, std::string_view agent, std::string_view place,
                  std::size_t waiting, const Style& style);
 
 }  // namespace CorvaneControl::Headless

@@ -1,11 +1,14 @@
 #include "corvane-headless/Console.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -26,6 +29,14 @@ constexpr std::size_t longestTyped = 64U << 10U;
 constexpr std::size_t fewestColumns = 20;
 constexpr int secondInMilliseconds = 1000;
 
+/// Reads in a row, before others get their turn.
+constexpr int mostReadAtOnce = 16;
+
+bool isInputReady() {
+  pollfd polled{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+  return ::poll(&polled, 1, 0) > 0;
+}
+
 std::string timeNow() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -41,10 +52,30 @@ bool environmentAllowsColours() {
   return (!refused || refused->empty()) && System::environmentValue("TERM") != "dumb";
 }
 
-std::size_t columnsOf(int terminal) {
-  winsize size{};
-  if (::ioctl(terminal, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return Style{}.columns;
-  return std::max<std::size_t>(size.ws_col, fewestColumns);
+volatile std::sig_atomic_t windowPipe = -1;
+
+void tellOfWindow(int /*signal*/) {
+  const int code = errno;
+  // A pipe that is full says already what there is to say.
+  [[maybe_unused]] const ssize_t count = ::write(windowPipe, "", 1);
+  errno = code;
+}
+
+/// A descriptor that becomes readable at each change of the window; -1 when there is none to give.
+/// It stays for as long as the process runs.
+int watchWindow() {
+  int ends[2];
+  if (::pipe(ends) != 0) return -1;
+  for (const int end : ends) {
+    ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    ::fcntl(end, F_SETFL, ::fcntl(end, F_GETFL) | O_NONBLOCK);
+  }
+  windowPipe = ends[1];
+  struct sigaction action {};
+  action.sa_handler = tellOfWindow;
+  action.sa_flags = SA_RESTART;
+  ::sigaction(SIGWINCH, &action, nullptr);
+  return ends[0];
 }
 
 }  // namespace
@@ -53,7 +84,10 @@ Console::Console(bool quiet)
     : quiet_(quiet),
       inputIsTerminal_(::isatty(STDIN_FILENO) == 1),
       outputIsTerminal_(::isatty(STDOUT_FILENO) == 1),
-      colours_(outputIsTerminal_ && environmentAllowsColours()) {}
+      colours_(outputIsTerminal_ && environmentAllowsColours()),
+      windowChanges_(outputIsTerminal_ ? watchWindow() : -1) {}
+
+Console::~Console() { leaveKeyboard(); }
 
 void Console::log(std::string_view text) {
   if (quiet_) return;
@@ -75,21 +109,58 @@ void Console::log(std::string_view text) {
   } else {
     line.append(text);
   }
-  show(line.append("\n"));
+  put(line.append("\n"));
 }
 
-void Console::show(std::string_view text) {
-  if (!outputFailed_) output_.append(text);
+void Console::append(std::string_view bytes) {
+  if (outputFailed_) return;
+  output_.append(bytes);
+  appended_ += bytes.size();
+}
+
+void Console::put(std::string_view text) {
+  if (isRowOpen_) append("\n");
+  append(text);
+  if (isRowOpen_) append(typed_.shown());
+}
+
+void Console::say(std::string_view sentence) { put(flowed(sentence, style().columns - 1)); }
+
+void Console::sayDropped() {
+  say("What was typed before the card could be read was dropped; type it again.");
+}
+
+void Console::ask(std::string_view drawing) {
+  dropTyped();
+  put(drawing);
+  card_.drawn(appended_);
+}
+
+void Console::askAgain(std::string_view drawing) {
+  put(drawing);
+  if (card_.isComing()) card_.drawn(appended_);  // else the user has seen it
 }
 
 Style Console::style() const {
   Style style{.colours = colours_};
-  if (outputIsTerminal_) style.columns = columnsOf(STDOUT_FILENO);
+  winsize size{};
+  if (!outputIsTerminal_ || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return style;
+  if (size.ws_col > 0) style.columns = std::max<std::size_t>(size.ws_col, fewestColumns);
+  if (size.ws_row > 0) style.rows = size.ws_row;
   return style;
 }
 
+void Console::windowHasChanged() const {
+  std::array<char, 64> chunk{};
+  while (::read(windowChanges_, chunk.data(), chunk.size()) > 0) {
+  }
+}
+
 bool Console::writeOutput() {
-  if (output_.writeWhileReady(STDOUT_FILENO) != OutputQueue::Outcome::failed) return true;
+  if (output_.writeWhileReady(STDOUT_FILENO) != OutputQueue::Outcome::failed) {
+    if (card_.written(written(), CardOnScreen::Clock::now())) dropTyped();
+    return true;
+  }
   const int code = errno;
   outputFailed_ = true;
   output_.clear();
@@ -117,33 +188,80 @@ bool Console::isInBackground() const {
          foreground != ::getpgrp();  // no jobs, no background: reading tells more
 }
 
-bool Console::wantsInput(bool asking) const {
-  return !inputEnded_ && (asking || inputIsTerminal_) && !isInBackground();
+void Console::takeKeyboard() {
+  termios modes{};
+  if (!inputIsTerminal_ || !outputIsTerminal_ || inputEnded_ || isInBackground()) return;
+  if (::tcgetattr(STDIN_FILENO, &modes) != 0 || (modes.c_lflag & ICANON) == 0) return;
+  modes_ = modes;
+  modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  modes.c_cc[VMIN] = 1;
+  modes.c_cc[VTIME] = 0;
+  ::tcsetattr(STDIN_FILENO, TCSANOW, &modes);
 }
 
-bool Console::readInput() {
+void Console::leaveKeyboard() {
+  if (modes_ && !isInBackground()) ::tcsetattr(STDIN_FILENO, TCSANOW, &*modes_);
+  modes_.reset();
+}
+
+bool Console::isWithoutInput() {
+  if (inputIsTerminal_) return false;
+  if (isInputReady()) readInput();
+  return inputEnded_;
+}
+
+bool Console::wantsInput(bool asking) const {
+  if (inputEnded_) return false;
+  return inputIsTerminal_ ? !isInBackground() : asking && !card_.isComing();
+}
+
+void Console::readInput() {
   std::array<char, 4096> chunk{};
   const ssize_t count = ::read(STDIN_FILENO, chunk.data(), chunk.size());
-  if (count < 0 && (errno == EINTR || errno == EAGAIN)) return true;
+  if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
   if (count <= 0) {
-    inputEnded_ = input_.count() == 0;
-    input_.append("\n");  // what has no line feed is a line, too, and the end comes after it
-    return !inputEnded_;
+    inputEnded_ = piped_.count() == 0;
+    piped_.append("\n");  // what has no line feed is a line, too, and the end comes after it
+    return;
   }
-  input_.append({chunk.data(), static_cast<std::size_t>(count)});
-  return true;
+  const std::string_view bytes(chunk.data(), static_cast<std::size_t>(count));
+  if (!inputIsTerminal_) {
+    piped_.append(bytes);
+    return;
+  }
+  const std::string echo = typed_.take(bytes, card_.isTooNew(CardOnScreen::Clock::now()));
+  if (!modes_ || (modes_->c_lflag & ECHO) == 0) return;
+  append(echo);
+  isRowOpen_ = !typed_.shown().empty();
 }
 
-std::optional<std::string_view> Console::nextLine() {
-  const auto line = input_.nextLine();
-  if (!line && input_.count() > longestTyped) input_ = LineBuffer{};
-  return line;
+void Console::closeInput() {
+  inputEnded_ = true;
+  leaveKeyboard();
 }
 
-void Console::forgetTypedAhead() {
-  if (!inputIsTerminal_ || isInBackground()) return;
-  input_ = LineBuffer{};
-  ::tcflush(STDIN_FILENO, TCIFLUSH);
+std::optional<TypedLine> Console::nextLine() {
+  // What was typed while the card is on its way is dropped when it is there.
+  if (inputIsTerminal_) return card_.isComing() ? std::nullopt : typed_.nextLine();
+  const auto line = piped_.nextLine();
+  if (!line && piped_.count() > longestTyped) piped_ = LineBuffer{};
+  if (!line) return std::nullopt;
+  return TypedLine{.text = std::string(*line)};
+}
+
+void Console::dropTyped() {
+  if (!inputIsTerminal_) return;
+  if (!isInBackground()) {
+    // Reads what is there, and does not flush it: the end that somebody types is one all the same.
+    for (int count = 0; count < mostReadAtOnce && !inputEnded_ && isInputReady(); ++count) {
+      readInput();
+    }
+    if (!modes_) ::tcflush(STDIN_FILENO, TCIFLUSH);  // half a line, which can't be read
+  }
+  const bool dropped = !typed_.isEmpty();
+  typed_.forget();
+  if (dropped) sayDropped();
+  isRowOpen_ = false;
 }
 
 }  // namespace CorvaneControl::Headless

@@ -28,7 +28,8 @@ namespace Place {
 constexpr std::size_t end = 0;
 constexpr std::size_t listener = 1;
 constexpr std::size_t input = 2;
-constexpr std::size_t firstClient = 4;  // after standard output
+constexpr std::size_t window = 4;
+constexpr std::size_t firstClient = 5;  // after standard output and the window
 }  // namespace Place
 
 pollfd polledFor(int descriptor, short events) {
@@ -121,7 +122,8 @@ Server::Waiting Server::whatToWaitFor() const {
   const bool asks = application_.wantsUser() && console_.wantsInput(application_.isAsking());
   waiting.polled = {polledFor(end_, POLLIN), polledFor(accepts ? socket_.descriptor() : -1, POLLIN),
                     polledFor(asks ? STDIN_FILENO : -1, POLLIN),
-                    polledFor(console_.hasOutput() ? STDOUT_FILENO : -1, POLLOUT)};
+                    polledFor(console_.hasOutput() ? STDOUT_FILENO : -1, POLLOUT),
+                    polledFor(console_.windowChanges(), POLLIN)};
   for (const auto& [id, connection] : connections_) {
     // Who does not take answers gets no further ones to take.
     const bool takesRequests =
@@ -143,17 +145,22 @@ Server::Waiting Server::whatToWaitFor() const {
 }
 
 void Server::serveConsole(const Waiting& waiting) {
-  if (waiting.polled[Place::input].revents != 0 && !console_.readInput()) {
-    application_.inputEnded();
+  if (waiting.polled[Place::input].revents != 0) console_.readInput();
+  if (waiting.polled[Place::window].revents != 0) {
+    console_.windowHasChanged();
+    application_.windowChanged();
   }
 }
 
 void Server::takeAnswers() {
+  if (application_.wantsUser()) console_.takeKeyboard();
   while (application_.wantsUser() && console_.wantsInput(application_.isAsking())) {
     const auto line = console_.nextLine();
-    if (!line) return;
-    application_.typed(std::string(*line));  // showing the next card may forget what was typed
+    if (!line) break;
+    application_.typed(*line);
   }
+  const bool nobodyAnswers = console_.inputHasEnded() || console_.cannotShow();
+  if (application_.wantsUser() && nobodyAnswers) application_.inputEnded();
 }
 
 void Server::acceptClients() {

@@ -111,7 +111,7 @@ class EntryReader {
     if (!value) return true;
     const auto string = value->asString();
     if (!string) return refuse(key, "not a string");
-    if (visible(*string) != *string) return refuse(key, "holds a character that can't be shown");
+    if (!isVisible(*string)) return refuse(key, "holds a character that can't be shown");
     text = std::string(*string);
     return true;
   }

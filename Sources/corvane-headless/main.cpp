@@ -127,12 +127,14 @@ int serve(const CommandLine::Serve& options) {
 
   openTerminalAnew();
   Headless::Console console(options.quiet);
-  const auto answering = options.answering.value_or(usualAnswering());
+  auto answering = options.answering.value_or(usualAnswering());
+  const bool nobodyAnswers = answering == CommandLine::Answering::ask && console.isWithoutInput();
+  if (nobodyAnswers) answering = CommandLine::Answering::leave;
   console.log("Serving " + std::to_string(all.size()) +
               (all.size() == 1 ? " workspace at " : " workspaces at ") + Headless::visible(*path));
   if (answering == CommandLine::Answering::leave) {
-    console.log(
-        "Agents that ask for permission ask by themselves: there is no terminal to ask on.");
+    console.log(std::string("Agents that ask for permission ask by themselves: there is no ") +
+                (nobodyAnswers ? "input to read answers from." : "terminal to ask on."));
   }
   std::optional<std::string> problem;
   {

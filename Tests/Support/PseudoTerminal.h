@@ -24,17 +24,13 @@ namespace CorvaneTests {
 /// lends none: `skipWithoutTerminals`.
 class PseudoTerminal {
  public:
-  explicit PseudoTerminal(unsigned short columns = 80) {
+  /// Shows what is typed only when it is to: it would stand between what the program prints.
+  explicit PseudoTerminal(unsigned short columns = 80, bool showsTyping = false) {
     open();
     if (!isOpen()) std::abort();
-    winsize size{};
-    size.ws_row = 50;
-    size.ws_col = columns;
-    ::ioctl(slave_, TIOCSWINSZ, &size);
-    // What is typed would stand between what the program prints.
-    termios modes{};
-    ::tcgetattr(slave_, &modes);
-    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    resize(columns);
+    termios modes = this->modes();
+    if (!showsTyping) modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     ::tcsetattr(slave_, TCSANOW, &modes);
   }
@@ -60,6 +56,19 @@ class PseudoTerminal {
     return options;
   }
 
+  /// The user drags the window's edge.
+  void resize(unsigned short columns, unsigned short rows = 50) const {
+    winsize size{};
+    size.ws_row = rows;
+    size.ws_col = columns;
+    ::ioctl(slave_, TIOCSWINSZ, &size);
+  }
+  termios modes() const {
+    termios now{};
+    ::tcgetattr(slave_, &now);
+    return now;
+  }
+
   void type(std::string_view text) const {
     EXPECT_EQ(::write(master_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
@@ -72,6 +81,18 @@ class PseudoTerminal {
 
   /// Everything that was printed so far.
   const std::string& screen() const { return screen_; }
+  /// Waits until one of two texts was printed, from the byte `from` on, and says whether it was the
+  /// first; fails the test when none ever is.
+  bool waitForFirstOf(std::string_view text, std::string_view other, std::size_t from) {
+    const auto holds = [&](std::string_view one) {
+      return screen_.find(one, from) != std::string::npos;
+    };
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!holds(text) && !holds(other) && std::chrono::steady_clock::now() < deadline) {
+      take(std::chrono::milliseconds(20));
+    }
+    return holds(text) || (!holds(other) && waitFor(other, from));
+  }
   /// Waits until `text` was printed, from the byte `from` on; fails the test when it never is.
   bool waitFor(std::string_view text, std::size_t from = 0) {
     const auto deadline = std::chrono::steady_clock::now() + patience;

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "CorvaneControl/Platform/Text.h"
+
 namespace CorvaneControl::Headless {
 namespace {
 
@@ -93,13 +95,13 @@ struct DialogCase {
 };
 
 const CardDialog::Hint commandHint{
-    "That is no answer. Type a, d, s or l; Enter alone shows it again."};
+    "That is no answer. Type a, d or l; Enter alone shows it again."};
 const CardDialog::Hint oneOfThree{
-    "That is no answer. Type one of the numbers 1-3, d, s or l; Enter alone shows it again."};
+    "That is no answer. Type one of the numbers 1-3, d or l; Enter alone shows it again."};
 const CardDialog::Hint someOfTwo{
-    "That is no answer. Type one or more of the numbers 1-2 (such as 1,2), d, s or l; Enter alone "
+    "That is no answer. Type one or more of the numbers 1-2 (such as 1,2), d or l; Enter alone "
     "shows it again."};
-const CardDialog::Hint cutHint{"That is no answer. Type d, s or l; Enter alone shows it again."};
+const CardDialog::Hint cutHint{"That is no answer. Type d or l; Enter alone shows it again."};
 
 const DialogCase dialogCases[] = {
     {"allows", command(), {"a"}, Decided{allowed}},
@@ -125,7 +127,7 @@ const DialogCase dialogCases[] = {
     {"hasNoDenialOfAPlan",
      plan(),
      {"d"},
-     CardDialog::Hint{"That is no answer. Type a, m, k, s or l; Enter alone shows it again."}},
+     CardDialog::Hint{"That is no answer. Type a, m, k or l; Enter alone shows it again."}},
     {"asksTheNextQuestion", questions(), {"3"}, DrawAgain{}},
     {"answersAllQuestions", questions(), {"3", "2"}, Decided{chosen({{2}, {1}})}},
     {"choosesSeveral", questions(), {"1", "2,1"}, Decided{chosen({{0}, {1, 0}})}},
@@ -171,19 +173,95 @@ TEST(Dialog, keepsTheQuestionAfterAHint) {
   EXPECT_EQ(dialog.question(), 1U);
 }
 
+/// What a dialog says can be typed.
+std::string promptOf(const CardDialog& dialog, const std::string& agent = "Claude") {
+  return Text::joined(dialog.prompt(agent), "  ");
+}
+
 TEST(Dialog, saysWhatCanBeTyped) {
-  EXPECT_EQ(CardDialog(command()).prompt("Claude"),
-            "[a] allow  [d] deny  [s] show all  [l] leave it to Claude");
-  EXPECT_EQ(CardDialog(plan()).prompt("Claude"),
+  EXPECT_EQ(promptOf(CardDialog(command())), "[a] allow  [d] deny  [l] leave it to Claude");
+  EXPECT_EQ(promptOf(CardDialog(plan())),
             "[a] approve, and go on without asking  [m] approve, and go on asking  [k] keep "
-            "planning  [s] show all  [l] leave it to Claude");
+            "planning  [l] leave it to Claude");
   CardDialog dialog(questions());
-  EXPECT_EQ(dialog.prompt("Codex"),
-            "[1-3] choose one  [d] decline to answer  [s] show all  [l] leave it to Codex");
+  EXPECT_EQ(promptOf(dialog, "Codex"),
+            "[1-3] choose one  [d] decline to answer  [l] leave it to Codex");
   dialog.typed("1");
-  EXPECT_EQ(dialog.prompt("Codex"),
-            "[1-2] choose one or more, such as 1,2  [d] decline to answer  [s] show all  [l] leave "
-            "it to Codex");
+  EXPECT_EQ(promptOf(dialog, "Codex"),
+            "[1-2] choose one or more, such as 1,2  [d] decline to answer  [l] leave it to Codex");
+}
+
+TEST(Dialog, offersToShowAllWhenSomethingIsFolded) {
+  CardDialog dialog(command());
+  EXPECT_EQ(dialog.cautions(), std::vector<std::string>{});
+  dialog.leavesOut({.untilAsked = true});
+  EXPECT_EQ(promptOf(dialog), "[allow] allow  [d] deny  [s] show all  [l] leave it to Claude");
+  EXPECT_EQ(dialog.cautions(), std::vector<std::string>{"Not all of it is shown yet; s shows it"});
+}
+
+TEST(Dialog, approvesWhatIsNotSeenByTheWholeWordOnly) {
+  for (const LeftOut leftOut : {LeftOut{.untilAsked = true}, LeftOut{.forGood = true},
+                                LeftOut{.untilAsked = true, .forGood = true}}) {
+    CardDialog dialog(command());
+    dialog.leavesOut(leftOut);
+    for (const char* const typed : {"a", "A", "y", "al"}) {
+      EXPECT_TRUE(std::holds_alternative<CardDialog::Hint>(dialog.typed(typed))) << typed;
+    }
+    EXPECT_TRUE(dialog.typed("allow") == CardDialog::Outcome(Decided{allowed}));
+    EXPECT_TRUE(dialog.typed("d") == CardDialog::Outcome(Decided{denied}));
+    EXPECT_TRUE(dialog.typed("l") == CardDialog::Outcome(LeftToAgent{}));
+
+    CardDialog plans(plan());
+    plans.leavesOut(leftOut);
+    for (const char* const typed : {"a", "m"}) {
+      EXPECT_TRUE(std::holds_alternative<CardDialog::Hint>(plans.typed(typed))) << typed;
+    }
+    EXPECT_TRUE(plans.typed("auto") ==
+                CardDialog::Outcome(Decided{approved(PlanApproval::automatic)}));
+    EXPECT_TRUE(plans.typed("manual") ==
+                CardDialog::Outcome(Decided{approved(PlanApproval::manual)}));
+    EXPECT_TRUE(plans.typed("k") == CardDialog::Outcome(Decided{denied}));
+  }
+}
+
+TEST(Dialog, tellsWhyALetterDoesNotApprove) {
+  CardDialog cut(command());
+  cut.leavesOut({.forGood = true});
+  EXPECT_EQ(promptOf(cut), "[allow] allow  [d] deny  [l] leave it to Claude");
+  EXPECT_EQ(cut.cautions(),
+            std::vector<std::string>{"Not all of it can be shown here; l shows it at the agent"});
+  EXPECT_TRUE(cut.typed("a") == CardDialog::Outcome(CardDialog::Hint{
+                                    "Not all of it can be shown here; l shows it at the agent. To "
+                                    "allow it anyway, type the whole word allow."}));
+  CardDialog folded(plan());
+  folded.leavesOut({.untilAsked = true});
+  EXPECT_TRUE(folded.typed("m") == CardDialog::Outcome(CardDialog::Hint{
+                                       "Not all of it is shown yet; s shows it. To approve it "
+                                       "anyway, type the whole word manual."}));
+  EXPECT_TRUE(folded.typed("x") ==
+              CardDialog::Outcome(CardDialog::Hint{
+                  "That is no answer. Type auto, manual, k, s or l; Enter alone shows it again."}));
+}
+
+TEST(Dialog, recommendsTheAgentForPatchesThatSayLittle) {
+  const AgentPermission deletes{.action = Action::edit, .subject = "a.c", .note = "src/a.c"};
+  EXPECT_EQ(CardDialog(deletes).cautions(),
+            std::vector<std::string>{"It has no lines to show: it may delete or move files; l "
+                                     "shows it at the agent"});
+  EXPECT_EQ(promptOf(CardDialog(deletes), "Codex"),
+            "[a] allow  [d] deny  [l] leave it to Codex (recommended)");
+  const AgentPermission several{.action = Action::edit,
+                                .subject = "a.c and 2 more",
+                                .note = "Edits 3 files",
+                                .lines = {{.text = "x"}}};
+  EXPECT_EQ(CardDialog(several).cautions(),
+            std::vector<std::string>{"It is about several files, not told apart here, and may "
+                                     "delete or move some; l shows it at the agent"});
+  EXPECT_EQ(promptOf(CardDialog(several), "Codex"),
+            "[a] allow  [d] deny  [l] leave it to Codex (recommended)");
+  const AgentPermission one{
+      .action = Action::edit, .subject = "a.c", .note = "src/a.c", .lines = {{.text = "x"}}};
+  EXPECT_EQ(CardDialog(one).cautions(), std::vector<std::string>{});
 }
 
 }  // namespace

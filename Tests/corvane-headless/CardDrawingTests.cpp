@@ -6,14 +6,21 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneControl/Platform/Text.h"
+#include "Support/Repeated.h"
+#include "corvane-headless/Visible.h"
+
 namespace CorvaneControl::Headless {
 namespace {
 
 using Action = AgentPermission::Action;
+using CorvaneTests::repeated;
 using Kind = AgentPermission::Line::Kind;
 
-std::string drawn(const AgentPermission& card, const Style& style = {}) {
-  return draw(CardDialog(card), "Claude", "Site", 0, style);
+std::string drawn(const AgentPermission& card, const Style& style = {},
+                  const std::string& place = "Site", std::size_t waiting = 0) {
+  CardDialog dialog(card);
+  return draw(dialog, "Claude", place, waiting, style);
 }
 
 std::vector<AgentPermission::Line> lines(std::size_t count) {
@@ -39,7 +46,7 @@ TEST(CardDrawing, showsACommand) {
             "    1   npm test\n"
             "    2   \n"
             "    3   echo done\n"
-            "[a] allow  [d] deny  [s] show all  [l] leave it to Claude\n");
+            "[a] allow  [d] deny  [l] leave it to Claude\n");
 }
 
 TEST(CardDrawing, signsAddedAndRemovedLines) {
@@ -55,7 +62,7 @@ TEST(CardDrawing, signsAddedAndRemovedLines) {
             "    1 - int a;\n"
             "    2 + ⇥ int b;\n"
             "    3   ⋯\n"
-            "[a] allow  [d] deny  [s] show all  [l] leave it to Claude\n");
+            "[a] allow  [d] deny  [l] leave it to Claude\n");
 }
 
 TEST(CardDrawing, coloursOnlyWhatIsOurs) {
@@ -93,7 +100,8 @@ TEST(CardDrawing, showsACardThatFitsAtOnce) {
 TEST(CardDrawing, tellsWhatWasCut) {
   const std::string card =
       drawn({.action = Action::write, .subject = "a", .lines = lines(9), .complete = false});
-  EXPECT_NE(card.find("  … 1 more line (s shows all)\n  (cut: the agent sent more)\n[a]"),
+  EXPECT_NE(card.find("  … 1 more line (s shows all)\n  (cut: the agent sent more)\n"
+                      "Not all of it can be shown here; l shows it at the agent\n[allow] "),
             std::string::npos)
       << card;
 }
@@ -109,8 +117,120 @@ TEST(CardDrawing, showsOnlyTheStartOfALongTextUntilAsked) {
             std::string::npos);
 }
 
+TEST(CardDrawing, asksForTheWholeWordUntilAllIsShown) {
+  AgentPermission card{.action = Action::write, .subject = "a", .lines = lines(15)};
+  EXPECT_TRUE(
+      drawn(card).ends_with("Not all of it is shown yet; s shows it\n"
+                            "[allow] allow  [d] deny  [s] show all  [l] leave it to Claude\n"))
+      << drawn(card);
+  card = {.action = Action::run,
+          .subject = "a",
+          .note = std::string(longestDrawn + 1, 'x'),
+          .lines = {{.text = "a"}}};
+  EXPECT_NE(drawn(card).find("\n[allow] allow  [d] deny  [s] show all"), std::string::npos);
+  card.note->pop_back();
+  EXPECT_NE(drawn(card).find("\n[a] allow  [d] deny  [l] leave"), std::string::npos);
+  card.note->assign(longestDrawn, '\x1b');
+  EXPECT_NE(drawn(card).find("\n[a] allow  [d] deny  [l] leave"), std::string::npos);
+}
+
+TEST(CardDrawing, asksForTheWholeWordWhenTheTerminalHasTooFewRows) {
+  const AgentPermission card{.action = Action::write, .subject = "a", .lines = lines(5)};
+  // The agent, the file, the workspace, five lines, the prompt, and where the user types.
+  EXPECT_TRUE(drawn(card, {.rows = 10})
+                  .ends_with("line 5\n[a] allow  [d] deny  [l] leave it to "
+                             "Claude\n"))
+      << drawn(card, {.rows = 10});
+  EXPECT_TRUE(drawn(card, {.rows = 9})
+                  .ends_with("line 5\n"
+                             "Not all of it can be shown here; l shows it at the agent\n"
+                             "[allow] allow  [d] deny  [l] leave it to Claude\n"))
+      << drawn(card, {.rows = 9});
+}
+
+TEST(CardDrawing, offersToShowWhatIsThereOfACutCard) {
+  const std::string card =
+      drawn({.action = Action::write, .subject = "a", .lines = lines(15), .complete = false});
+  EXPECT_TRUE(
+      card.ends_with("Not all of it can be shown here; l shows it at the agent\n"
+                     "[allow] allow  [d] deny  [s] show all  [l] leave it to Claude\n"))
+      << card;
+}
+
+TEST(CardDrawing, saysWhatIsSaidTwiceOnce) {
+  EXPECT_EQ(drawn({.action = Action::run, .subject = "npm test", .lines = {{.text = " npm test"}}}),
+            "\n"
+            "Claude · Wants to run a command\n"
+            "  workspace Site\n"
+            "    1    npm test\n"
+            "[a] allow  [d] deny  [l] leave it to Claude\n");
+  EXPECT_EQ(drawn({.action = Action::edit,
+                   .subject = "a.c",
+                   .note = "a.c",
+                   .lines = {{.text = "a.c", .kind = Kind::added}}}),
+            "\n"
+            "Claude · Wants to edit a file\n"
+            "  a.c\n"
+            "  workspace Site\n"
+            "    1 + a.c\n"
+            "[a] allow  [d] deny  [l] leave it to Claude\n");
+}
+
+TEST(CardDrawing, showsBlanksThatHideACommand) {
+  const std::string card =
+      drawn({.action = Action::run,
+             .subject = "ls",
+             .lines = {{.text = "ls" + std::string(300, ' ') + "; touch made.txt "}}});
+  EXPECT_NE(card.find("\n    1   ls⟨300 blanks⟩; touch made.txt⟨1 blank⟩\n"), std::string::npos)
+      << card;
+}
+
+/// The rows of a drawing.
+std::vector<std::string> rowsOf(const std::string& drawing) {
+  std::vector<std::string> result;
+  for (std::size_t begin = 0; begin < drawing.size();) {
+    const std::size_t end = drawing.find('\n', begin);
+    result.push_back(drawing.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return result;
+}
+
+TEST(CardDrawing, breaksItsOwnWordsBetweenWords) {
+  const AgentPermission::Question question{
+      .text = "x", .options = {{.label = "y"}, {.label = "z"}}, .multiSelect = true};
+  for (const Action action : {Action::run, Action::edit, Action::plan, Action::ask}) {
+    AgentPermission card{.action = action, .subject = "x"};
+    if (action == Action::ask) card.questions = {question};
+    for (const bool complete : {true, false}) {
+      card.complete = complete;
+      std::string atEase;  // with room for everything
+      for (const std::string& row : rowsOf(drawn(card, {.columns = 1000}, "", 3)))
+        atEase += row + " ";
+      for (std::size_t columns = 40; columns <= 120; ++columns) {
+        std::string together;
+        for (const std::string& row : rowsOf(drawn(card, {.columns = columns}, "", 3))) {
+          EXPECT_LT(columnsOf(row), columns) << row;
+          together += row + " ";
+        }
+        const auto words = [](const std::string& text) { return Text::collapsed(text, 10'000); };
+        EXPECT_EQ(words(together), words(atEase)) << columns;
+      }
+    }
+  }
+}
+
+TEST(CardDrawing, keepsPiecesOfThePromptWhole) {
+  EXPECT_NE(drawn({.action = Action::plan, .subject = "x"}, {.columns = 40})
+                .find("\n[a] approve, and go on without asking\n"
+                      "[m] approve, and go on asking\n"
+                      "[k] keep planning\n"
+                      "[l] leave it to Claude\n"),
+            std::string::npos);
+}
+
 TEST(CardDrawing, countsTheCardsThatWait) {
-  const std::string card = draw(CardDialog({.subject = "ls"}), "Claude", "", 2, {});
+  const std::string card = drawn({.subject = "ls"}, {}, "", 2);
   EXPECT_TRUE(card.ends_with("leave it to Claude  (2 more waiting)\n")) << card;
 }
 
@@ -135,17 +255,16 @@ TEST(CardDrawing, showsOneQuestionAfterTheOther) {
             "      (the agent recommends this)\n"
             "      - One file\n"
             "   2  Postgres\n"
-            "[1-2] choose one  [d] decline to answer  [s] show all  [l] leave it to Claude\n");
+            "[1-2] choose one  [d] decline to answer  [l] leave it to Claude\n");
   dialog.typed("1");
-  EXPECT_EQ(
-      draw(dialog, "Claude", "", 0, {}),
-      "\n"
-      "Claude · Asks you a question\n"
-      "  Question 2 of 2\n"
-      "  Which tests?\n"
-      "   1  All\n"
-      "[1] choose one or more, such as 1,2  [d] decline to answer  [s] show all  [l] leave it "
-      "to Claude\n");
+  EXPECT_EQ(draw(dialog, "Claude", "", 0, {}),
+            "\n"
+            "Claude · Asks you a question\n"
+            "  Question 2 of 2\n"
+            "  Which tests?\n"
+            "   1  All\n"
+            "[1] choose one or more, such as 1,2  [d] decline to answer\n"
+            "[l] leave it to Claude\n");
 }
 
 TEST(CardDrawing, showsAllQuestionsThatCannotBeAnswered) {
@@ -158,7 +277,7 @@ TEST(CardDrawing, showsAllQuestionsThatCannotBeAnswered) {
   EXPECT_NE(card.find("  First?\n"), std::string::npos);
   EXPECT_NE(card.find("  Second?\n"
                       "  (cut: the agent sent more, so it can only be answered there)\n"
-                      "[d] decline to answer  [s] show all  [l] leave it to Claude\n"),
+                      "[d] decline to answer  [l] leave it to Claude\n"),
             std::string::npos)
       << card;
 }
@@ -175,7 +294,7 @@ std::vector<std::string> rowsWith(const std::string& text, std::size_t columns) 
                          .lines = {{.text = text}, {.text = text, .kind = Kind::added}},
                          .folder = text};
     if (action == Action::ask) card.questions = {question};
-    all += draw(CardDialog(card), "Claude", "", 0, {.columns = columns});
+    all += drawn(card, {.columns = columns}, "");
   }
   std::vector<std::string> result;
   for (std::size_t begin = 0; begin < all.size();) {
@@ -199,11 +318,18 @@ TEST(CardDrawing, keepsTheAgentAwayFromTheEdge) {
       "a\u2028[a]",
       std::string(40, '\t') + "[a]",
       "日本語日本語日本語日本語日本語日本語日本語日本語日本語日本語日本語[a]",
+      repeated("\u0903", 300) + "[a]",
+      repeated("\u1100", 300) + "[a]",
+      repeated("\u0D4E", 300) + "[a]",
+      repeated("\u0301", 300) + "[a]",
+      repeated("👩\u200D", 300) + "[a]",
   };
   for (const std::string& text : texts) {
     for (const std::size_t columns : {20U, 40U, 80U}) {
       for (const std::string& row : rowsWith(text, columns)) {
         EXPECT_TRUE(row.starts_with("  ")) << row;
+        // The terminal itself goes on with what does not fit, at the edge.
+        EXPECT_LT(columnsOf(row), columns) << row;
       }
     }
   }

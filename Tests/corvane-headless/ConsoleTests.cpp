@@ -1,13 +1,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include "HeadlessCorvane.h"
 #include "Support/PseudoTerminal.h"
+#include "Support/Repeated.h"
 
 namespace CorvaneTests {
 namespace {
@@ -38,12 +47,27 @@ const std::string planCard =
     R"("subject":"Rewrite it","lines":[{"text":"# Rewrite it","kind":"plain"},)"
     R"({"text":"1. Begin","kind":"plain"}],"complete":true}})";
 
+/// Types a line when the user can have read what was asked last, once more when that was too early.
+void answer(PseudoTerminal& terminal, std::string_view line) {
+  for (;;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(550));
+    const std::size_t from = terminal.screen().size();
+    terminal.type(std::string(line) + "\n");
+    if (!terminal.waitForFirstOf("was dropped; type it again", "\n", from)) return;
+  }
+}
+
+const std::string dropped =
+    "What was typed before the card could be read was dropped; type it again.\n";
+
+const ChildOptions withoutColours{.environment = {{"NO_COLOR", "1"}}};
+
 /// A headless Corvane in a terminal, without colours unless a test wants them.
 class Terminal {
  public:
-  explicit Terminal(ChildOptions options = {.environment = {{"NO_COLOR", "1"}}},
-                    unsigned short columns = 80)
-      : terminal(columns),
+  explicit Terminal(ChildOptions options = withoutColours, unsigned short columns = 80,
+                    bool showsTyping = false)
+      : terminal(columns, showsTyping),
         process(CORVANE_HEADLESS,
                 terminal.lentTo(HeadlessCorvane::served(std::move(options), folder.path("s")))) {
     terminal.waitFor("Serving");
@@ -60,7 +84,12 @@ class Terminal {
   std::size_t seen() const { return terminal.screen().size(); }
   /// Whether a text comes that was not there before `from`.
   bool waitAfter(std::size_t from, std::string_view text) { return terminal.waitFor(text, from); }
-  void type(std::string_view line) const { terminal.type(std::string(line) + "\n"); }
+  void type(std::string_view line) { answer(terminal, line); }
+  /// Types several lines in one go, when the user can have read the first card.
+  void typeTogether(std::string_view lines) const {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    terminal.type(std::string(lines) + "\n");
+  }
 
   TemporaryFolder folder{};
   PseudoTerminal terminal;
@@ -74,10 +103,9 @@ TEST_F(Console, asksAndSendsTheAnswer) {
   ControlClient agent = console.asking(permission("npm test"));
   ASSERT_TRUE(
       console.waitFor("\nClaude · Wants to run a command\n"
-                      "  npm test\n"
                       "  workspace Site\n"
                       "    1   npm test\n"
-                      "[a] allow  [d] deny  [s] show all  [l] leave it to Claude\n"));
+                      "[a] allow  [d] deny  [l] leave it to Claude\n"));
   EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
   console.type("a");
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
@@ -107,8 +135,7 @@ TEST_F(Console, asksAgainAfterWhatIsNoAnswer) {
   ControlClient agent = console.asking(permission("ls"));
   ASSERT_TRUE(console.waitFor("[a] allow"));
   console.type("yes");
-  ASSERT_TRUE(
-      console.waitFor("That is no answer. Type a, d, s or l; Enter alone shows it again.\n"));
+  ASSERT_TRUE(console.waitFor("That is no answer. Type a, d or l; Enter alone shows it again.\n"));
   const std::size_t from = console.seen();
   console.type("");
   ASSERT_TRUE(console.waitAfter(from, "[a] allow"));
@@ -132,9 +159,14 @@ TEST_F(Console, showsAllLinesWhenAsked) {
       console.waitFor("    8 + line 8\n"
                       "  … 12 more lines (s shows all)\n"
                       "  (cut: the agent sent more)\n"
-                      "[a] allow  [d] deny  [s] show all  [l] leave it to Codex\n"));
+                      "Not all of it can be shown here; l shows it at the agent\n"
+                      "[allow] allow  [d] deny  [s] show all  [l] leave it to Codex\n"));
   console.type("s");
-  ASSERT_TRUE(console.waitFor("   20 + line 20\n  (cut: the agent sent more)\n[a]"));
+  ASSERT_TRUE(
+      console.waitFor("   20 + line 20\n"
+                      "  (cut: the agent sent more)\n"
+                      "Not all of it can be shown here; l shows it at the agent\n"
+                      "[allow]"));
   console.type("d");
   EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
 }
@@ -188,8 +220,7 @@ TEST_F(Console, showsOneCardAfterTheOther) {
   EXPECT_EQ(first.line(), R"({"decision":"allowed","ok":true})");
   ASSERT_TRUE(
       console.waitFor("    1   second\n"
-                      "[a] allow  [d] deny  [s] show all  [l] leave it to Claude  (1 more "
-                      "waiting)\n"));
+                      "[a] allow  [d] deny  [l] leave it to Claude  (1 more waiting)\n"));
   console.type("d");
   EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
   ASSERT_TRUE(console.waitFor("    1   third\n"));
@@ -203,12 +234,298 @@ TEST_F(Console, takesNoAnswerForACardThatWasNotShownYet) {
   ASSERT_TRUE(console.waitFor("    1   first\n"));
   ControlClient second = console.asking(permission("second"));
   ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
-  console.type("a\na");
+  console.typeTogether("a\na");
   EXPECT_EQ(first.line(), R"({"decision":"allowed","ok":true})");
   ASSERT_TRUE(console.waitFor("    1   second\n"));
   EXPECT_FALSE(second.isReadable(std::chrono::milliseconds(200)));
   console.type("d");
   EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
+}
+
+TEST_F(Console, takesNoLineThatWasTypedAhead) {
+  Terminal console;
+  ControlClient first = console.asking(permission("first"));
+  ASSERT_TRUE(console.waitFor("    1   first\n"));
+  ControlClient second = console.asking(permission("second"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  console.typeTogether("a\na\na");
+  EXPECT_EQ(first.line(), R"({"decision":"allowed","ok":true})");
+  ASSERT_TRUE(console.waitFor(dropped + "\nClaude · Wants to run a command\n"));
+  ASSERT_TRUE(console.waitFor("    1   second\n"));
+  EXPECT_FALSE(second.isReadable(std::chrono::milliseconds(200)));
+  console.type("d");
+  EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
+}
+
+// A machine that is busy may let half a second pass between the card and the key, but not always.
+TEST_F(Console, dropsAnAnswerThatComesWithTheCard) {
+  Terminal console;
+  bool wasDropped = false;
+  for (int attempt = 0; attempt < 20 && !wasDropped; ++attempt) {
+    const std::size_t from = console.seen();
+    ControlClient agent = console.asking(permission("ls"));
+    ASSERT_TRUE(console.waitAfter(from, "leave it to Claude\n"));
+    console.terminal.type("a\n");
+    wasDropped = console.terminal.waitForFirstOf(dropped, "Allowed, ", from);
+    if (!wasDropped) continue;
+    EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+    console.type("a");
+    EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  }
+  EXPECT_TRUE(wasDropped);
+}
+
+TEST_F(Console, dropsAnAnswerForACardThatSlidAway) {
+  Terminal console;
+  bool wasDropped = false;
+  for (int attempt = 0; attempt < 20 && !wasDropped; ++attempt) {
+    std::size_t from = console.seen();
+    ControlClient first = console.asking(permission("first"));
+    ASSERT_TRUE(console.waitAfter(from, "    1   first\n"));
+    ControlClient second = console.asking(permission("second"));
+    ASSERT_TRUE(console.waitAfter(from, "(1 more waiting.)"));
+    first.close();
+    ASSERT_TRUE(console.waitAfter(from, "    1   second\n"));
+    console.terminal.type("a\n");
+    wasDropped = console.terminal.waitForFirstOf(dropped, "Allowed, ", from);
+    if (!wasDropped) continue;
+    EXPECT_FALSE(second.isReadable(std::chrono::milliseconds(50)));
+    console.type("d");
+    EXPECT_EQ(second.line(), R"({"decision":"denied","ok":true})");
+  }
+  EXPECT_TRUE(wasDropped);
+}
+
+TEST_F(Console, dropsWhatIsHalfTypedWhenTheCardChanges) {
+  Terminal console(withoutColours, 80, true);
+  ControlClient first = console.asking(permission("first"));
+  ASSERT_TRUE(console.waitFor("leave it to Claude\n"));
+  ControlClient second = console.asking(permission("second"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  const std::size_t from = console.seen();
+  console.terminal.type("allo");
+  ASSERT_TRUE(console.waitAfter(from, "allo"));
+  first.close();
+  ASSERT_TRUE(console.waitAfter(from, dropped));
+  ASSERT_TRUE(console.waitAfter(from, "    1   second\n"));
+  console.type("w");
+  EXPECT_TRUE(console.waitAfter(from, "That is no answer."));
+  EXPECT_FALSE(second.isReadable(std::chrono::milliseconds(50)));
+}
+
+TEST_F(Console, keepsLogLinesApartFromWhatIsHalfTyped) {
+  Terminal console(withoutColours, 80, true);
+  ControlClient other = console.client();
+  std::size_t from = console.seen();
+  console.terminal.type("al");
+  ASSERT_TRUE(console.waitAfter(from, "al"));
+  other.ask(R"({"command":"list"})");
+  ASSERT_TRUE(console.waitAfter(from, "Listed 4 workspaces.\nal"));
+  EXPECT_EQ(HeadlessCorvane::withoutTimes(console.terminal.screen().substr(from)),
+            "al\nListed 4 workspaces.\nal");
+  from = console.seen();
+  console.terminal.type("x\x7flow\n");
+  ASSERT_TRUE(console.waitAfter(from, "Nothing waits for an answer.\n"));
+  EXPECT_TRUE(console.terminal.screen().substr(from).starts_with("x\b \blow\n"));
+}
+
+TEST_F(Console, takesTheLineThatALogLineCameIn) {
+  Terminal console(withoutColours, 80, true);
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("leave it to Claude\n"));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  const std::size_t from = console.seen();
+  console.terminal.type("al");
+  ASSERT_TRUE(console.waitAfter(from, "al"));
+  console.client().ask(R"({"command":"list"})");
+  ASSERT_TRUE(console.waitAfter(from, "Listed 4 workspaces.\nal"));
+  console.terminal.type("low\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+// Ctrl-S stops the output, Ctrl-Q lets it go on.
+TEST_F(Console, takesNoAnswerForACardThatTheTerminalDidNotShow) {
+  Terminal console;
+  ControlClient other = console.client();
+  console.terminal.type("\x13");
+  ControlClient agent = console.asking(permission("ls"));
+  other.ask(R"({"command":"current"})");
+  other.ask(R"({"command":"current"})");
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  console.terminal.type("a\n");
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(200)));
+  EXPECT_TRUE(other.ask(R"({"command":"current"})")) << "everything else goes on";
+  const std::size_t from = console.seen();
+  console.terminal.type("\x11");
+  ASSERT_TRUE(console.waitAfter(from, "leave it to Claude\n"));
+  ASSERT_TRUE(console.waitAfter(from, dropped));
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+  console.type("a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+TEST_F(Console, allowsACutCardByTheWholeWordOnly) {
+  Terminal console;
+  const std::string request =
+      R"({"command":"notify","agent":"claude","kind":"needs-input","permission":{"action":"run",)"
+      R"("subject":"ls","lines":[{"text":"ls)" +
+      std::string(398, ' ') + R"(…","kind":"plain"}],"complete":false}})";
+  ControlClient agent = console.asking(request);
+  ASSERT_TRUE(
+      console.waitFor("    1   ls⟨398 blanks⟩…\n"
+                      "  (cut: the agent sent more)\n"
+                      "Not all of it can be shown here; l shows it at the agent\n"
+                      "[allow] allow  [d] deny  [l] leave it to Claude\n"));
+  console.type("a");
+  ASSERT_TRUE(console.waitFor("To allow it anyway,\ntype the whole word allow.\n"));
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+  console.type("allow");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  for (const auto& [key, answer] :
+       {std::pair{"d", R"({"decision":"denied","ok":true})"}, std::pair{"l", R"({"ok":true})"}}) {
+    const std::size_t from = console.seen();
+    agent.send(request + "\n");
+    ASSERT_TRUE(console.waitAfter(from, "[allow]"));
+    console.type(key);
+    EXPECT_EQ(agent.line(), answer);
+  }
+}
+
+TEST_F(Console, allowsByOneLetterWhenAllIsShown) {
+  Terminal console;
+  std::string lines;
+  for (int number = 1; number <= 20; ++number) {
+    lines += (number == 1 ? "" : ",") + std::string(R"({"kind":"plain","text":"x"})");
+  }
+  ControlClient agent = console.asking(
+      R"({"command":"notify","agent":"codex","kind":"needs-input","permission":{"action":"write",)"
+      R"("subject":"a.c","lines":[)" +
+      lines + "],\"complete\":true}}");
+  ASSERT_TRUE(
+      console.waitFor("Not all of it is shown yet; s shows it\n"
+                      "[allow] allow  [d] deny  [s] show all  [l] leave it to Codex\n"));
+  console.type("a");
+  ASSERT_TRUE(console.waitFor("type the whole word\nallow.\n"));
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+  console.type("s");
+  ASSERT_TRUE(console.waitFor("   20   x\n[a] allow  [d] deny  [l] leave it to Codex\n"));
+  console.type("a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+TEST_F(Console, recommendsTheAgentForAPatchWithoutLines) {
+  Terminal console;
+  ControlClient agent = console.asking(
+      R"({"command":"notify","agent":"codex","kind":"needs-input","permission":{"action":"edit",)"
+      R"("subject":"old.c","note":"src/old.c","lines":[],"complete":true}})");
+  ASSERT_TRUE(
+      console.waitFor("  old.c\n  src/old.c\n"
+                      "It has no lines to show: it may delete or move files; l shows it at the "
+                      "agent\n"
+                      "[a] allow  [d] deny  [l] leave it to Codex (recommended)\n"));
+}
+
+/// Whether no row of a drawing is wider than a terminal surely has room for.
+void expectRowsWithin(std::string_view drawing, std::size_t columns) {
+  std::size_t width = 0;
+  for (const char byte : drawing) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (byte == '\n') {
+      EXPECT_LT(width, columns) << drawing;
+      width = 0;
+    } else if ((value & 0xC0U) != 0x80) {
+      width += value < 0x80 ? 1 : 2;
+    }
+  }
+}
+
+TEST_F(Console, drawsTheCardAnewWhenTheWindowShrinks) {
+  Terminal console;
+  ControlClient agent = console.asking(permission(std::string(70, 'x')));
+  ASSERT_TRUE(console.waitFor("leave it to Claude\n"));
+  std::size_t from = console.seen();
+  console.terminal.resize(40);
+  ASSERT_TRUE(console.waitAfter(from, "leave it to Claude\n"));
+  expectRowsWithin(console.terminal.screen().substr(from), 40);
+  from = console.seen();
+  console.terminal.resize(40, 6);
+  ASSERT_TRUE(console.waitAfter(from, "[allow] allow")) << "it does not fit any more";
+  console.type("a");
+  ASSERT_TRUE(console.waitAfter(from, "whole word"));
+  console.type("allow");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+TEST_F(Console, keepsWhatIsHalfTypedWhenTheWindowShrinks) {
+  Terminal console(withoutColours, 80, true);
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("leave it to Claude\n"));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  std::size_t from = console.seen();
+  console.terminal.type("al");
+  ASSERT_TRUE(console.waitAfter(from, "al"));
+  from = console.seen();
+  console.terminal.resize(60);
+  ASSERT_TRUE(console.waitAfter(from, "leave it to Claude\nal"));
+  console.terminal.type("low\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+TEST_F(Console, keepsTheLeftEdgeFromCharactersWithoutEnd) {
+  for (const unsigned short columns : std::initializer_list<unsigned short>{20, 40, 80}) {
+    Terminal console({.environment = {{"NO_COLOR", "1"}}}, columns);
+    for (const char* const mark : {"\u0903", "\u1100", "\u0D4E", "\u0301"}) {
+      const std::size_t from = console.seen();
+      ControlClient agent = console.asking(permission(repeated(mark, 200) + "[a] allow"));
+      ASSERT_TRUE(console.waitAfter(from, "Claude\n"));
+      expectRowsWithin(console.terminal.screen().substr(from), columns);
+      agent.close();
+      ASSERT_TRUE(console.waitAfter(from, "Withdrawn"));
+    }
+  }
+}
+
+TEST_F(Console, leavesTheTerminalAsItWas) {
+  const auto isOrdinary = [](const termios& modes) {
+    return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
+  };
+  {
+    Terminal console(withoutColours, 80, true);
+    ControlClient agent = console.asking(permission("ls"));
+    ASSERT_TRUE(console.waitFor("leave it to Claude"));
+    console.process.signal(SIGTERM);
+    EXPECT_EQ(console.process.wait().status, 0);
+    EXPECT_TRUE(isOrdinary(console.terminal.modes()));
+  }
+  Terminal console(withoutColours, 80, true);
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("leave it to Claude"));
+  console.terminal.typeEndOfInput();
+  ASSERT_TRUE(console.waitFor("End of input"));
+  EXPECT_TRUE(isOrdinary(console.terminal.modes()));
+}
+
+TEST_F(Console, logsWhatWasChosen) {
+  Terminal console;
+  ControlClient agent = console.asking(
+      R"({"command":"notify","agent":"claude","kind":"needs-input","permission":{"action":"ask",)"
+      R"("subject":"Which database?","lines":[],"complete":true,"questions":[)"
+      R"({"header":"","text":"Which database?","multiSelect":false,"options":[)"
+      R"({"label":"SQLite","recommended":false},{"label":"B","recommended":true}]},)"
+      R"({"header":"","text":"What else?","multiSelect":true,"options":[)"
+      R"({"label":"C","recommended":false},{"label":"D\n","recommended":false}]}]}})");
+  ASSERT_TRUE(console.waitFor("Question 1 of 2"));
+  console.type("1");
+  ASSERT_TRUE(console.waitFor("Question 2 of 2"));
+  console.type("2,1");
+  agent.line();
+  ASSERT_TRUE(console.waitFor("Answered What else?: D, C\n"));
+  EXPECT_NE(HeadlessCorvane::withoutTimes(console.terminal.screen())
+                .find("Answered, Claude: Answer Which database?\n"
+                      "Answered Which database?: SQLite\n"
+                      "Answered What else?: D, C\n"),
+            std::string::npos)
+      << console.terminal.screen();
 }
 
 TEST_F(Console, withdrawsTheCardOfAnAgentThatIsGone) {
@@ -304,6 +621,184 @@ TEST_F(Console, marksTheWorkspaceWhileACardWaits) {
   EXPECT_EQ(current->find("attention"), std::string::npos) << *current;
 }
 
+/// The mark of the workspace that is current: its message, or nothing.
+std::string markIn(ControlClient& client) {
+  const std::string current = client.ask(R"({"command":"current"})").value_or("");
+  if (current.find("attention") == std::string::npos) return "none";
+  const std::string key = R"("message":")";
+  const std::size_t begin = current.find(key);
+  if (begin == std::string::npos) return "without a message";
+  const std::size_t end = current.find('"', begin + key.size());
+  return current.substr(begin + key.size(), end - begin - key.size());
+}
+
+/// A notification of the session that `permission` is of, which has no card.
+std::string notification(const std::string& kind, const std::string& message) {
+  return progress(R"("kind":")" + kind + R"(","message":")" + message + "\"");
+}
+
+TEST_F(Console, keepsTheMarkWhileACardOfTheSessionWaits) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  ControlClient other = console.client();
+  other.ask(notification("done", "A sub-agent ended"));
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  other.ask(notification("needs-input", "Claude needs your permission"));
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  other.ask(progress(R"("activity":"started","task":"<task-notification>")"));
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  console.type("a");
+  agent.line();
+  EXPECT_EQ(markIn(other), "none");
+  other.ask(notification("done", "Ready"));
+  EXPECT_EQ(markIn(other), "Ready");
+}
+
+TEST_F(Console, takesTheMarkOfAnotherSessionWhileACardWaits) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  ControlClient other = console.client();
+  other.ask(R"({"command":"notify","agent":"codex","cwd":"/home/ada/Projects/site","session":"t",)"
+            R"("kind":"done","message":"Ready"})");
+  EXPECT_EQ(markIn(other), "Ready");
+  agent.close();
+  ASSERT_TRUE(console.waitFor("Withdrawn"));
+  EXPECT_EQ(markIn(other), "Ready") << "it is not the card's";
+}
+
+TEST_F(Console, leavesTheMarkOfACardThatIsLeftToItsAgent) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls", R"("toolCall":"c1",)"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  console.type("l");
+  EXPECT_EQ(agent.line(), R"({"ok":true})");
+  ControlClient other = console.client();
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  other.ask(notification("needs-input", "Claude needs your permission"));
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  other.ask(progress(R"("activity":"working","toolCall":"c2")"));
+  EXPECT_EQ(markIn(other), "Needs your approval");
+  other.ask(progress(R"("activity":"working","toolCall":"c1")"));
+  EXPECT_EQ(markIn(other), "none");
+}
+
+TEST_F(Console, putsTheAgentsEndInThePlaceOfACardThatWasLeftToIt) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  console.type("l");
+  agent.line();
+  ControlClient other = console.client();
+  other.ask(notification("done", "Ready"));
+  EXPECT_EQ(markIn(other), "Ready");
+  other.ask(notification("needs-input", "Claude is waiting for your input"));
+  EXPECT_EQ(markIn(other), "Claude is waiting for your input") << "the card's mark is gone";
+}
+
+TEST_F(Console, clearsTheMarkOfACardThatIsWithdrawn) {
+  Terminal console;
+  ControlClient other = console.client();
+  {
+    ControlClient agent = console.asking(permission("ls"));
+    ASSERT_TRUE(console.waitFor("[a] allow"));
+    EXPECT_EQ(markIn(other), "Needs your approval");
+  }
+  ASSERT_TRUE(console.waitFor("Withdrawn by Claude: Run ls"));
+  EXPECT_EQ(markIn(other), "none");
+}
+
+TEST_F(Console, clearsTheMarkOfASessionThatEndsWithACard) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  ControlClient other = console.client();
+  other.ask(progress(R"("activity":"ended")"));
+  agent.line();
+  EXPECT_EQ(markIn(other), "none");
+  other.ask(notification("done", "Ready"));
+  other.ask(progress(R"("activity":"ended")"));
+  EXPECT_EQ(markIn(other), "Ready") << "the user has not seen it yet";
+}
+
+TEST_F(Console, marksForTheCardThatStillWaits) {
+  Terminal console;
+  const auto of = [](const std::string& session) {
+    return R"({"command":"notify","agent":"claude","cwd":"/home/ada/Projects/site",)"
+           R"("kind":"needs-input","session":")" +
+           session + R"(","message":"From )" + session +
+           R"(","permission":{"action":"run","subject":"ls","lines":[],"complete":true}})";
+  };
+  ControlClient first = console.asking(of("s1"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  ControlClient second = console.asking(of("s2"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  ControlClient other = console.client();
+  EXPECT_EQ(markIn(other), "From s2");
+  second.close();
+  ASSERT_TRUE(console.waitFor("Withdrawn"));
+  EXPECT_EQ(markIn(other), "From s1");
+  const std::size_t from = console.seen();
+  first.close();
+  ASSERT_TRUE(console.waitAfter(from, "Withdrawn"));
+  EXPECT_EQ(markIn(other), "none");
+}
+
+TEST_F(Console, forgetsAnAllowedCallThatIsAskedAgain) {
+  Terminal console;
+  ControlClient agent = console.asking(permission("ls", R"("toolCall":"c1",)"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  console.type("a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  const std::size_t from = console.seen();
+  agent.send(permission("ls", R"("toolCall":"c1",)") + "\n");
+  ASSERT_TRUE(console.waitAfter(from, "[a] allow"));
+  console.client().ask(progress(R"("activity":"working","toolCall":"c1")"));
+  EXPECT_EQ(agent.line(), R"({"ok":true})") << "the second was answered at the agent";
+}
+
+TEST_F(Console, takesADeniedCallForNoAllowedOne) {
+  Terminal console;
+  ControlClient first = console.asking(permission("ls", R"("toolCall":"c1",)"));
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  ControlClient second = console.asking(permission("ls", R"("toolCall":"c1",)"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  console.type("d");
+  EXPECT_EQ(first.line(), R"({"decision":"denied","ok":true})");
+  console.client().ask(progress(R"("activity":"working","toolCall":"c1")"));
+  EXPECT_EQ(second.line(), R"({"ok":true})") << "it was answered at the agent";
+}
+
+TEST_F(Console, keepsTheCardsOfAgentsWithoutASessionWhenOneEnds) {
+  Terminal console;
+  const std::string withoutSession =
+      R"({"command":"notify","agent":"claude","cwd":"/home/ada/Projects/site",)";
+  ControlClient agent = console.asking(
+      withoutSession +
+      R"("kind":"needs-input","permission":{"action":"run","subject":"ls","lines":[],)"
+      R"("complete":true}})");
+  ASSERT_TRUE(console.waitFor("[a] allow"));
+  console.client().ask(withoutSession + R"("activity":"ended"})");
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+  console.type("a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
+TEST_F(Console, withdrawsTheCardOfAClientThatSendsTooMuch) {
+  Terminal console;
+  ControlClient first = console.asking(permission("first"));
+  ASSERT_TRUE(console.waitFor("    1   first\n"));
+  ControlClient second = console.asking(permission("second"));
+  ASSERT_TRUE(console.waitFor("(1 more waiting.)"));
+  first.send(std::string((16U << 20U) + 1, 'x'));
+  EXPECT_EQ(first.line(), R"({"error":"The request is too long.","ok":false})");
+  ASSERT_TRUE(console.waitFor("Withdrawn by Claude: Run first"));
+  ASSERT_TRUE(console.waitFor("    1   second\n"));
+  console.type("a");
+  EXPECT_EQ(second.line(), R"({"decision":"allowed","ok":true})");
+}
+
 TEST_F(Console, answersARequestAfterTheCardOfItsConnection) {
   Terminal console;
   ControlClient agent = console.asking(permission("ls") + "\n{\"command\":\"current\"}");
@@ -370,7 +865,7 @@ TEST_F(Console, goesOnAsAJobInTheBackground) {
   EXPECT_TRUE(ControlClient(socket).ask(R"({"command":"list"})"));
   terminal.type("a\n");  // goes to the shell
   EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(100)));
-  terminal.type("a\n");
+  answer(terminal, "a");
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
   terminal.type("\x03");
   EXPECT_TRUE(terminal.waitFor("Stopped."));
@@ -495,6 +990,70 @@ TEST(ConsoleWithoutATerminal, keepsWhatAPipeHoldsForTheNextCard) {
   corvane.process().write("a\nd\n");
   EXPECT_EQ(agent.ask(permission("ls")), R"({"decision":"allowed","ok":true})");
   EXPECT_EQ(agent.ask(permission("ls")), R"({"decision":"denied","ok":true})");
+}
+
+/// Has `others` calls allowed after the call c1, while another card of that call waits. Whether the
+/// first is remembered then: a report of it leaves the card alone.
+bool isRememberedAfter(int others) {
+  HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .keepInputOpen = true});
+  std::vector<ControlClient> agents;
+  const auto asks = [&](const std::string& call) {
+    agents.push_back(corvane.client());
+    agents.back().send(permission("ls", R"("toolCall":")" + call + "\",") + "\n");
+    const std::string waiting = "(" + std::to_string(agents.size() - 1) + " more waiting.)";
+    corvane.process().waitForOutput(agents.size() == 1 ? "[a] allow" : waiting);
+  };
+  asks("c1");
+  for (int number = 0; number < others; ++number) asks("other " + std::to_string(number));
+  asks("c1");
+  for (std::size_t index = 0; index + 1 < agents.size(); ++index) {
+    corvane.process().write("a\n");
+    EXPECT_EQ(agents[index].line(), R"({"decision":"allowed","ok":true})");
+  }
+  corvane.client().ask(progress(R"("activity":"working","toolCall":"c1")"));
+  return !agents.back().isReadable(std::chrono::milliseconds(100));
+}
+
+TEST(ConsoleWithoutATerminal, remembersTheLast64AllowedCalls) {
+  EXPECT_TRUE(isRememberedAfter(0));
+  EXPECT_TRUE(isRememberedAfter(63));
+  EXPECT_FALSE(isRememberedAfter(64));
+}
+
+TEST(ConsoleWithoutATerminal, leavesCardsWhenThereIsNoInput) {
+  HeadlessCorvane corvane({.arguments = {"--answer", "ask"}});
+  ControlClient agent = corvane.client();
+  EXPECT_EQ(agent.ask(permission("ls")), R"({"ok":true})");
+  const std::string log = corvane.log();
+  EXPECT_NE(log.find("Serving 4 workspaces at " + corvane.socketPath() +
+                     "\nAgents that ask for permission ask by themselves: there is no input to "
+                     "read answers from.\n"),
+            std::string::npos)
+      << log;
+}
+
+TEST(ConsoleWithoutATerminal, leavesCardsThatNobodySees) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  if (full < 0) GTEST_SKIP() << "there is no /dev/full";
+  HeadlessCorvane corvane(
+      {.arguments = {"--answer", "ask"}, .input = "a\na\na\n", .given = {{1, full}}});
+  ::close(full);
+  ControlClient agent = corvane.client();
+  EXPECT_EQ(agent.ask(permission("ls")), R"({"ok":true})");
+}
+
+TEST(ConsoleWithoutATerminal, logsBackgroundTasksInWords) {
+  HeadlessCorvane corvane;
+  ControlClient agent = corvane.client();
+  agent.ask(progress(R"("activity":"started","task":"<task-notification> <task-id>b1</task-id> )"
+                     R"(<summary>Background command \"x\" completed</summary>")"));
+  agent.ask(progress(R"("activity":"started","task":"<task-notification> <task-id>b1</task-id> )"
+                     R"(<output-f…")"));
+  const std::string log = corvane.log();
+  EXPECT_NE(log.find("Claude works in Site: Background command \"x\" completed\n"
+                     "Claude works in Site: A task in the background has ended\n"),
+            std::string::npos)
+      << log;
 }
 
 TEST(ConsoleWithoutATerminal, answersForScripts) {

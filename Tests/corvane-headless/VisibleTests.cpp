@@ -38,7 +38,15 @@ const VisibleCase visibleCases[] = {
     {"writesOutBidirectionalIsolates", "\u2066a\u2069", "\\u{2066}a\\u{2069}"},
     {"writesOutZeroWidthSpaces", "r\u200Bm \uFEFFx", "r\\u{200B}m \\u{FEFF}x"},
     {"writesOutAJoinerAmongLetters", "r\u200Dm", "r\\u{200D}m"},
-    {"writesOutJoinersInARow", "é\u200D\u200Dé", "é\u200D\\u{200D}é"},
+    {"writesOutJoinersInARow", "é\u200D\u200Dé", "é\\u{200D}\\u{200D}é"},
+    {"writesOutAJoinerAfterALetter", "é\u200Dé", "é\\u{200D}é"},
+    {"writesOutAJoinerBehindAnEmoji", "👩\u200Dx", "👩\\u{200D}x"},
+    {"writesOutAJoinerAtTheEnd", "👩\u200D", "👩\\u{200D}"},
+    {"writesOutAJoinerBeforeAnEmoji", "日\u200D👩", "日\\u{200D}👩"},
+    {"writesOutSelectorsAfterLetters", "é\uFE0E日\uFE0F", "é\\u{FE0E}日\\u{FE0F}"},
+    {"writesOutTheSecondSelector", "❤\uFE0F\uFE0F", "❤\uFE0F\\u{FE0F}"},
+    {"keepsSkinTonesInEmoji", "👩🏽\u200D🚀", "👩🏽\u200D🚀"},
+    {"keepsSelectorsInEmoji", "🏳\uFE0F\u200D🌈 ☎\uFE0E", "🏳\uFE0F\u200D🌈 ☎\uFE0E"},
     {"writesOutSpacesThatAreNone", "rm\u00A0-rf\u3000/", "rm\\u{A0}-rf\\u{3000}/"},
     {"writesOutBlankLetters", "a\u3164b\u2800", "a\\u{3164}b\\u{2800}"},
     {"writesOutTags", "\U000E0041", "\\u{E0041}"},
@@ -46,6 +54,19 @@ const VisibleCase visibleCases[] = {
      "\\u{E000}\\u{F0000}\\u{FFFF}"},
     {"showsTabs", "a\tb\t\tc", "a⇥ b⇥ ⇥ c"},
     {"writesOutTheSignForTabs", "a⇥ b", "a\\u{21E5} b"},
+    {"keepsAFewBlanks", "a    b", "a    b"},
+    {"countsBlanksBeyondAFew", "ls     ; touch", "ls⟨5 blanks⟩; touch"},
+    {"countsHundredsOfBlanks", "ls" + std::string(400, ' ') + "; touch", "ls⟨400 blanks⟩; touch"},
+    {"countsTabsBeyondAFew", "ls\t\t\t\t\t; touch", "ls⟨5 tabs⟩; touch"},
+    {"countsBlanksAndTabsTogether", "ls  \t\t \t\t; touch",
+     "ls⟨2 blanks⟩⟨2 tabs⟩⟨1 blank⟩⟨2 tabs⟩; touch"},
+    {"countsBlanksAtTheEnd", "ls ", "ls⟨1 blank⟩"},
+    {"countsTabsAtTheEnd", "ls \t", "ls⟨1 blank⟩⟨1 tab⟩"},
+    {"countsBlanksAlone", "   ", "⟨3 blanks⟩"},
+    {"keepsIndentation", std::string(16, ' ') + "x", std::string(16, ' ') + "x"},
+    {"countsAnIndentationOutOfSight", std::string(17, ' ') + "x", "⟨17 blanks⟩x"},
+    {"writesOutTheSignForCounts", "ls⟨400 blanks⟩", "ls\\u{27E8}400 blanks⟩"},
+    {"keepsBackslashesBeforeACount", "\\\\     x", "\\\\⟨5 blanks⟩x"},
     {"repairsMalformedText", "a\xff\xc3z", "a\uFFFD\uFFFDz"},
     {"keepsBackslashes", "grep '\\.' a\\b \\\\host\\", "grep '\\.' a\\b \\\\host\\"},
     {"doublesBackslashesOfALookalike", "a\\u{1B}b", "a\\\\u{1B}b"},
@@ -89,6 +110,11 @@ std::string original(std::string_view shown) {
       }
       text += bytes;
       at += end + 1;
+    } else if (rest.starts_with("⟨")) {
+      const std::string number(rest.substr(std::string_view("⟨").size()));
+      const bool isTabs = number.find("tab") < number.find("blank");
+      text.append(std::stoul(number), isTabs ? '\t' : ' ');
+      at += rest.find("⟩") + std::string_view("⟩").size();
     } else if (rest.starts_with("⇥ ")) {
       text += '\t';
       at += std::string_view("⇥ ").size();
@@ -102,9 +128,9 @@ std::string original(std::string_view shown) {
 }
 
 TEST(Visible, differsForDifferentTexts) {
-  const std::vector<std::string> pieces{"\\", "u{",     "1B", "}",     "\x1b", "\t",
-                                        "⇥",  " ",      "a",  "u",     "{",    "\u202E",
-                                        "\n", "\u00A0", "é",  "\u200D"};
+  const std::vector<std::string> pieces{
+      "\\",     "u{", "1B",     "}", "\x1b",   "\t",    "⇥", " ",        "a", "u", "{",
+      "\u202E", "\n", "\u00A0", "é", "\u200D", "     ", "⟨", "5 blanks", "⟩", "👩", "\uFE0F"};
   std::mt19937 random(20);
   for (int round = 0; round < 20000; ++round) {
     std::string text;
@@ -151,6 +177,49 @@ TEST(Rows, holdNoMoreThanFits) {
   EXPECT_EQ(rows("abc日", 4), (Rows{"abc", "日"}));
   EXPECT_EQ(rows("日本", 1), (Rows{"日", "本"})) << "a row holds at least one character";
   EXPECT_EQ(rows("abe\u0301d", 4), (Rows{"ab", "e\u0301d"})) << "an accent stays with its letter";
+}
+
+TEST(Rows, holdNoMoreThanFitsOfACharacterWithoutEnd) {
+  for (const char* const mark : {"\u0903", "\u1100", "\u0D4E", "\u0301"}) {
+    std::string text = "x";
+    for (int count = 0; count < 200; ++count) text += mark;
+    for (const std::size_t columns : {20U, 40U, 80U}) {
+      std::string together;
+      for (const std::string_view row : rows(text, columns)) {
+        EXPECT_LE(columnsOf(row), columns);
+        together += row;
+      }
+      EXPECT_EQ(together, text);
+    }
+  }
+}
+
+TEST(IsVisible, looksAtEverythingButBlanks) {
+  for (const char* const text : {"", "Mail", "Mail ", "a      b", "größe 👩‍👩‍👧"}) {
+    EXPECT_TRUE(isVisible(text)) << text;
+  }
+  for (const char* const text : {"a\tb", "a\n", "\u202E", "\xff", "a\\u{1B}", "⟨"}) {
+    EXPECT_FALSE(isVisible(text)) << text;
+  }
+}
+
+TEST(ColumnsOf, countsEveryScalarBeyondASCIIAsTwo) {
+  EXPECT_EQ(columnsOf(""), 0U);
+  EXPECT_EQ(columnsOf("abc"), 3U);
+  EXPECT_EQ(columnsOf("é日👩e\u0301"), 9U);
+}
+
+TEST(Flowed, breaksBetweenPieces) {
+  EXPECT_EQ(flowed({"[a] allow", "[d] deny"}, "  ", 19), "[a] allow  [d] deny\n");
+  EXPECT_EQ(flowed({"[a] allow", "[d] deny"}, "  ", 18), "[a] allow\n[d] deny\n");
+  EXPECT_EQ(flowed({"[a] yes, and go on", "[d] no"}, "  ", 12),
+            "[a] yes, and\n    go on\n[d] no\n");
+  EXPECT_EQ(flowed({}, "  ", 12), "\n");
+}
+
+TEST(Flowed, breaksASentenceBetweenItsWords) {
+  EXPECT_EQ(flowed("That is no answer.", 80), "That is no answer.\n");
+  EXPECT_EQ(flowed("That is no answer.", 10), "That is no\nanswer.\n");
 }
 
 TEST(Rows, makeUpTheText) {

@@ -413,4 +413,9 @@ bool isDeceptive(char32_t scalar) {
   return std::ranges::find(deceptive, category(scalar)) != std::end(deceptive);
 }
 
+bool isPictographic(char32_t scalar) {
+  return utf8proc_get_property(static_cast<utf8proc_int32_t>(scalar))->boundclass ==
+         UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC;
+}
+
 }  // namespace CorvaneControl::Text

@@ -93,5 +93,7 @@ bool isDigit(char32_t scalar);
 /// stands around it: controls, bidirectional controls, line separators, and the like (Cc, Cf but
 /// the joiners within emoji, Zl, Zp, Cs, Co, Cn).
 bool isDeceptive(char32_t scalar);
+/// What an emoji begins with, and goes on with after a joiner (Extended_Pictographic).
+bool isPictographic(char32_t scalar);
 
 }  // namespace CorvaneControl::Text
