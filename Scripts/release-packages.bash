@@ -12,49 +12,10 @@ version() {
   sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt
 }
 
-# --- Whose work is in it ---------------------------------------------------------------------------
-
-# notice TITLE FILE...: a section of the notices, with the terms in full.
-notice() {
-  local file
-  printf '\n\n%s\n%s\n' "$1" "$(sed 's/./-/g' <<<"$1")"
-  for file in "${@:2}"; do
-    [[ -s $file ]] || stop "The terms of $1 should be in $file."
-    printf '\n'
-    sed -e 's/[[:space:]]*$//' "$file"
-  done
-}
-
-# The notices that come with the programs of TARGET: of every library that is linked into them.
-notices() {
-  local target=$1 lib name version rest
-  lib=$(cd / && "$zig" env | sed -n 's/^ *\.lib_dir = "\(.*\)",$/\1/p')
-  [[ $lib == /* ]] || lib=/$lib
-  printf '%s\n' 'Third-party notices' '===================' '' \
-    'corvanectl and corvane-headless contain the software named below, each under its own terms.' \
-    'The terms of Corvane itself are not said here.'
-  while read -r name version rest; do
-    case $name in
-      utf8proc) notice "utf8proc $version" "$sources/$name-$version/LICENSE.md" ;;
-      cmark-gfm) notice "cmark-gfm $version" "$sources/$name-$version/COPYING" ;;
-      expat) notice "Expat $version" "$sources/$name-$version/COPYING" ;;
-      *) stop "CMake/third-party-sources.txt names $name, whose terms are not known here." ;;
-    esac
-  done < <(pins)
-  notice "The C++ library (LLVM's libc++)" "$lib/libcxx/LICENSE.TXT"
-  notice "The C++ library's support of the language (LLVM's libc++abi)" "$lib/libcxxabi/LICENSE.TXT"
-  notice "The unwinder of exceptions (LLVM's libunwind)" "$lib/libunwind/LICENSE.TXT"
-  case $target in
-    *-linux-musl) notice 'The C library (musl)' "$lib/libc/musl/COPYRIGHT" ;;
-  esac
-  notice "The compiler's runtime (zig $zig_version; parts of it follow LLVM's compiler-rt, under the terms above)" \
-    "$lib/LICENSE"
-}
-
 # --- Archives and packages ---------------------------------------------------------------------------
 
-# stage TARGET FOLDER: what `cmake --install` makes of the programs, with the page and the notices in
-# the folder for documents $3.
+# stage TARGET FOLDER DOCUMENTS: what `cmake --install` makes of the programs, with the first page in the
+# folder for documents.
 stage() {
   local target=$1 into=$2 documents=$3 program
   rm -rf "$into"
@@ -77,7 +38,7 @@ make_archive() {
   local staged=$cross/$target/archive
   rm -rf "$staged"
   stage "$target" "$staged/$name" "$staged/$name"
-  notices "$target" >"$staged/$name/THIRD-PARTY-NOTICES.txt"
+  install -m 644 THIRD-PARTY-NOTICES "$staged/$name/"
   # Into a file of another name first: what is there under its own name is whole.
   tar -C "$staged" --sort=name --format=gnu --owner=0 --group=0 --numeric-owner --mode=u=rwX,go=rX \
     --mtime="@$SOURCE_DATE_EPOCH" -cf - "$name" | gzip -9n >"$dist/.new"
@@ -91,7 +52,7 @@ make_package() {
   local usr=$staged/usr documents=$staged/usr/share/doc/corvane
   rm -rf "$staged"
   stage "$target" "$usr" "$documents"
-  notices "$target" >"$documents/copyright"
+  install -m 644 THIRD-PARTY-NOTICES "$documents/copyright"
   gzip -9n <CHANGELOG.md >"$documents/changelog.gz"
   gzip -9n "$usr"/share/man/man*/*
   # Where Debian's zsh looks.
