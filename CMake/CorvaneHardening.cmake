@@ -33,7 +33,7 @@ endif()
 # The libraries of C and C++ check what they are called with. The first needs an optimiser, and the
 # sanitizers look for themselves.
 if(NOT CORVANE_SANITIZE)
-  add_compile_options("$<$<NOT:$<CONFIG:Debug>>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
+  add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
 endif()
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-D_GLIBCXX_ASSERTIONS>")
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:-U_LIBCPP_HARDENING_MODE -D_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_FAST>")

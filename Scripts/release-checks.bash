@@ -154,9 +154,31 @@ check_macos() {
 
 # --- All of them -------------------------------------------------------------------------------------
 
+# What an archive holds, under its one folder.
+archived='README.md
+THIRD-PARTY-NOTICES
+bin/corvane-headless
+bin/corvanectl
+share/bash-completion/completions/corvane-headless
+share/bash-completion/completions/corvanectl
+share/fish/vendor_completions.d/corvane-headless.fish
+share/fish/vendor_completions.d/corvanectl.fish
+share/man/man1/corvane-headless.1
+share/man/man1/corvanectl.1
+share/man/man7/corvane-control.7
+share/zsh/site-functions/_corvane'
+
+check_archive() {
+  local name
+  name=$(archive_name "$1")
+  diff <(printf '%s\n' "$archived") <(tar -tzf "$dist/$name.tar.gz" | sed -n "s#^$name/\(.*[^/]\)\$#\1#p") >&2 ||
+    stop "build/dist/$name.tar.gz should hold what the lines with < say."
+}
+
 passed=()
 
 check() {
+  check_archive "$1"
   case $1 in
     *-linux-musl) check_linux "$1" ;;
     *-macos) check_macos "$1" ;;

@@ -9,7 +9,7 @@ find_time() {
 }
 
 version() {
-  sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt
+  sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt"
 }
 
 # --- Archives and packages ---------------------------------------------------------------------------
@@ -27,14 +27,18 @@ stage() {
   install -m 644 README.md "$documents/"
 }
 
-# make_archive TARGET: corvane-VERSION-OS-ARCH.tar.gz.
-make_archive() {
-  local target=$1 name os
-  case $target in
+# archive_name TARGET: corvane-VERSION-OS-ARCH.
+archive_name() {
+  local os=linux
+  case $1 in
     *-macos) os=macos ;;
-    *) os=linux ;;
   esac
-  name=corvane-$(version)-$os-${target%%-*}
+  printf '%s' "corvane-$(version)-$os-${1%%-*}"
+}
+
+make_archive() {
+  local target=$1 name
+  name=$(archive_name "$target")
   local staged=$cross/$target/archive
   rm -rf "$staged"
   stage "$target" "$staged/$name" "$staged/$name"
@@ -94,8 +98,9 @@ package() {
   esac
 }
 
-# The sums of all that lies there.
+# The sums of all that lies there of this version.
 sum_up() {
-  (cd "$dist" && sha256sum -- *.tar.gz *.deb) >"$dist/.new"
+  (cd "$dist" && find . -maxdepth 1 -name "corvane[-_]$(version)[-_]*" -printf '%f\n' | sort | xargs sha256sum) \
+    >"$dist/.new"
   publish SHA256SUMS
 }
