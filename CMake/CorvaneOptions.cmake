@@ -36,16 +36,10 @@ endif()
 
 # corvane_link_program(target): what a program of ours is linked with. A static program starts in less
 # than half the time of a dynamic one; macOS has no static programs, so there the library and what it
-# stands on are linked in, and the system is not. With its read-only data in the pages of its code it
-# starts 15 microseconds sooner, where the linker can do that.
-include(CheckLinkerFlag)
-check_linker_flag(CXX -Wl,-z,noseparate-code CORVANE_CAN_MERGE_CODE_AND_DATA)
+# stands on are linked in, and the system is not.
 function(corvane_link_program target)
   target_link_libraries(${target} PRIVATE CorvaneControl CorvaneOptions)
   if(CORVANE_STATIC AND NOT APPLE)
     target_link_options(${target} PRIVATE -static)
-    if(CORVANE_CAN_MERGE_CODE_AND_DATA)
-      target_link_options(${target} PRIVATE -Wl,-z,noseparate-code)
-    endif()
   endif()
 endfunction()

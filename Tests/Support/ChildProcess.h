@@ -29,8 +29,12 @@ extern char** environ;
 namespace CorvaneTests {
 
 /// How long anything that a test waits for may take before the test fails. Generous: a machine may
-/// be busy, and the sanitizers are slow.
-inline constexpr std::chrono::seconds patience{60};
+/// be busy, and the sanitizers are slow. CORVANE_TEST_PATIENCE (in seconds) stretches it for
+/// programs that run on an emulated processor.
+inline const std::chrono::seconds patience = [] {
+  const char* const stretched = std::getenv("CORVANE_TEST_PATIENCE");
+  return std::chrono::seconds(stretched ? std::atoi(stretched) : 60);
+}();
 
 /// Real programs, run with what a test lends them; what they print is kept.
 ///

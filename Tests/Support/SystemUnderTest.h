@@ -3,9 +3,12 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -44,6 +47,14 @@ inline constexpr bool canBoundMemory = true;
 #else
 inline constexpr bool canBoundMemory = false;
 #endif
+
+/// What the C library of the programs under test says of too many symbolic links. The programs are
+/// linked with this one's, unless CORVANE_TESTED_C_LIBRARY says otherwise.
+inline std::string linkLoopText() {
+  const char* const other = std::getenv("CORVANE_TESTED_C_LIBRARY");
+  if (other && std::string_view(other) == "musl") return "Symbolic link loop";
+  return std::strerror(ELOOP);
+}
 
 /// From now on this process, and what it becomes, can open files for reading only, and no folders
 /// (nor the null device as a standard descriptor): false where the system has no such bound. Safe
