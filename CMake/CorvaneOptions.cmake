@@ -39,6 +39,11 @@ endif()
 # stands on are linked in, and the system is not.
 function(corvane_link_program target)
   target_link_libraries(${target} PRIVATE CorvaneControl CorvaneOptions)
+  if(CORVANE_COVERAGE AND NOT APPLE)
+    # They end without the functions that a program registers for its end: what was counted is kept.
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/Tests/Support/KeptCoverage.c)
+    target_link_options(${target} PRIVATE -Wl,--wrap=_exit)
+  endif()
   if(CORVANE_STATIC AND NOT APPLE)
     target_link_options(${target} PRIVATE -static)
   endif()

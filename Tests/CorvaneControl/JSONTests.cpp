@@ -469,5 +469,43 @@ TEST(JSON, agreesWithThePublicTestSuite) {
   EXPECT_EQ(choices, takenByChoice.size() + refusedByChoice.size() + halves.size());
 }
 
+/// Where there are many members they are sorted, and looked up, in another way than a few.
+TEST(JSON, ofManyMembersTheLastDuplicateCountsToo) {
+  std::string text = "{";
+  for (int round = 0; round < 3; ++round) {
+    for (char key = 'z'; key >= 'a'; --key) {
+      text.append("\"").append(1, key).append("\":").append(std::to_string(round)).append(",");
+    }
+  }
+  text.back() = '}';
+  std::string expected = "{";
+  for (char key = 'a'; key <= 'z'; ++key) {
+    expected.append("\"").append(1, key).append("\":2,");
+  }
+  expected.back() = '}';
+  EXPECT_EQ(rewritten(text), expected);
+}
+
+TEST(JSON, findsEachOfManyMembersAndNoOther) {
+  for (const int count : {31, 32, 33, 100}) {
+    std::string text = "{";
+    for (int key = 100; key < 100 + count; ++key) {
+      text.append("\"").append(std::to_string(2 * key)).append("\":");
+      text.append(std::to_string(key)).append(",");
+    }
+    text.back() = '}';
+    const auto document = Document::parse(text);
+    ASSERT_TRUE(document);
+    for (int key = 100; key < 100 + count; ++key) {
+      const Value* const value = document->root().find(std::to_string(2 * key));
+      ASSERT_TRUE(value) << key << " of " << count;
+      EXPECT_EQ(value->asInteger(), key);
+      EXPECT_EQ(document->root().find(std::to_string(2 * key + 1)), nullptr) << key;
+    }
+    EXPECT_EQ(document->root().find(""), nullptr);
+    EXPECT_EQ(document->root().find("9"), nullptr);
+  }
+}
+
 }  // namespace
 }  // namespace CorvaneControl::JSON

@@ -545,5 +545,44 @@ TEST(LineReader, doesNotCloseTheDescriptor) {
   EXPECT_NE(::fcntl(pair.left, F_GETFD), -1);
 }
 
+/// Signals that do nothing but interrupt the calls of one thread.
+class Interrupting {
+ public:
+  Interrupting() {
+    struct sigaction action {};
+    action.sa_handler = doNothing;  // and no SA_RESTART: calls end with EINTR
+    ::sigaction(SIGUSR1, &action, &before_);
+  }
+  ~Interrupting() { ::sigaction(SIGUSR1, &before_, nullptr); }
+  Interrupting(const Interrupting&) = delete;
+  Interrupting& operator=(const Interrupting&) = delete;
+
+  /// So often that some come while the thread waits.
+  static void interrupt(std::thread& thread) {
+    for (int count = 0; count < 100; ++count) {
+      ::pthread_kill(thread.native_handle(), SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  }
+
+ private:
+  struct sigaction before_ {};
+};
+
+TEST(UnixSocket, connectingGoesOnAfterASignal) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path("socket");
+  const Descriptor listener(*UnixSocket::listen(path, 0));
+  const Descriptor first(*UnixSocket::connect(path, 1));  // the backlog is full
+  const Interrupting signals;
+  std::optional<Result<int, UnixSocket::Failure>> connection;
+  std::thread connecting([&] { connection = UnixSocket::connect(path, 1); });
+  Interrupting::interrupt(connecting);
+  const Descriptor accepted(::accept(listener, nullptr, nullptr));
+  connecting.join();
+  ASSERT_TRUE(*connection) << connection->failure().description();
+  ::close(**connection);
+}
+
 }  // namespace
 }  // namespace CorvaneControl

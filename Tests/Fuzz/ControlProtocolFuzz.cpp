@@ -35,6 +35,11 @@ void check(std::string_view text) {
   std::string place(text);
   const auto inPlace = ControlCoding::decodeInPlace<Type>(std::span<char>(place));
   require(bool(record) == bool(inPlace));
+  // A text that is read without a tree tells what its tree does.
+  std::string parsed(text);
+  const auto document = JSON::Document::parse(parsed);
+  const auto ofTree = document ? ControlCoding::decode<Type>(document->root()) : inPlace;
+  require(bool(record) == bool(ofTree) && (!record || *record == *ofTree));
   if (!record) {
     require(record.failure().description == inPlace.failure().description &&
             record.failure().offset == inPlace.failure().offset);

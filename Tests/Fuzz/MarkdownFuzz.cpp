@@ -8,12 +8,15 @@
 #include <string_view>
 
 #include "CorvaneControl/AgentNotification.h"
+
+#include "CorvaneControl/Patterns.h"
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 
 using CorvaneTests::require;
 namespace AgentNotification = CorvaneControl::AgentNotification;
 namespace Markdown = CorvaneControl::Markdown;
+namespace Patterns = CorvaneControl::Patterns;
 namespace Text = CorvaneControl::Text;
 
 namespace {
@@ -53,6 +56,18 @@ void checkPlain(std::string_view text) {
   checkEscaped(line);
 }
 
+/// A message of one line without a mark of a block is previewed as the line reads as a whole,
+/// however little of it was looked at.
+void checkPreviewOfLine(std::string_view text) {
+  const std::string_view line = Text::trimmed(text);
+  if (Text::hasLineBreak(line) || Patterns::blockMark(line) > 0 || line.starts_with("```") ||
+      line.starts_with("~~~")) {
+    return;
+  }
+  require(AgentNotification::messagePreview(line) ==
+          AgentNotification::summary(std::optional<std::string_view>(Markdown::plainText(line))));
+}
+
 void checkPreview(const std::optional<std::string>& preview) {
   if (!preview) return;
   require(!preview->empty() && Text::isUTF8(*preview) && !Text::hasLineBreak(*preview));
@@ -67,6 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const CorvaneTests::Input input(data, size);
   const std::string text = Text::repaired(std::string(input.text()));
   checkPlain(text);
+  checkPreviewOfLine(text);
   checkPreview(AgentNotification::messagePreview(text));
   checkPreview(AgentNotification::messagePreview(AgentNotification::claudeMessageBody(text)));
   checkPreview(AgentNotification::summary(AgentNotification::codexTaskBody(text)));

@@ -833,5 +833,14 @@ TEST(Corvanectl, doesNotReadStandardInput) {
   EXPECT_EQ(run(corvanectl(), options).status, 0);
 }
 
+TEST(Corvanectl, aFolderWhoseNameEndsAlikeIsNoBundle) {
+  const TemporaryFolder folder;
+  folder.write("X.app/MyContents/Info.plist", xmlPlist(versionMember));
+  const std::string executable = folder.path("X.app/MyContents/MacOS/corvanectl");
+  std::filesystem::create_directories(folder.path("X.app/MyContents/MacOS"));
+  std::filesystem::copy_file(corvanectl(), executable);
+  EXPECT_EQ(run(executable, {.arguments = {"version"}}).output, "development build\n");
+}
+
 }  // namespace
 }  // namespace CorvaneTests

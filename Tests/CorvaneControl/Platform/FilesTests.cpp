@@ -1084,4 +1084,49 @@ TEST(FilesEdit, killsAtAnyMomentLeaveTheOldFileOrTheNewOne) {
   }
 }
 
+TEST(FilesEdit, leavesAttributesThatAreNotTheUsersWhereTheyAre) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("settings.json", "old");
+  if (!python(path,
+              "os.setxattr(path, \"security.corvane\", b\"label\")\n"
+              "os.setxattr(path, \"user.colour\", b\"blue\")")) {
+    GTEST_SKIP() << "such attributes cannot be set here, or there is no Python to set them";
+  }
+  EXPECT_FALSE(change(path, "new"));
+  for (const std::string& name : {path, path + ".backup"}) {
+    EXPECT_TRUE(python(name,
+                       "assert \"security.corvane\" not in os.listxattr(path)\n"
+                       "assert os.getxattr(path, \"user.colour\") == b\"blue\""))
+        << name;
+  }
+}
+
+/// Sees what others may do with a new file before its permissions are set.
+class OtherGroupWatched : public OtherGroup {
+ public:
+  int setPermissions(int descriptor, mode_t permissions) override {
+    struct stat status {};
+    if (Calls::status(descriptor, status) == 0) forOthers |= status.st_mode & S_IRWXO;
+    return OtherGroup::setPermissions(descriptor, permissions);
+  }
+  mode_t forOthers = 0;
+};
+
+TEST(FilesEdit, inAnotherGroupNobodyElseIsLetInEvenForAMoment) {
+  const TemporaryFolder folder;
+  const std::string path = file(folder, "settings.json", "old", 0600);
+  if (!python(
+          path,
+          "access = struct.pack(\"<I\", 2) + b\"\".join(struct.pack(\"<HHI\", *entry) for entry "
+          "in [(1, 6, 2**32 - 1), (2, 6, 1234), (4, 6, 2**32 - 1), (16, 6, 2**32 - 1), "
+          "(32, 4, 2**32 - 1)])\n"
+          "os.setxattr(path, \"system.posix_acl_access\", access)")) {
+    GTEST_SKIP() << "no access control lists here, or no Python to set them";
+  }
+  OtherGroupWatched calls;
+  const auto failure = change(path, "new", calls);
+  ASSERT_FALSE(failure) << text(failure);
+  EXPECT_EQ(calls.forOthers, mode_t{0});
+}
+
 }  // namespace
