@@ -10,6 +10,7 @@
 #include "CorvaneControl/Platform/Text.h"
 #include "Fuzz/Input.h"
 
+using CorvaneControl::Result;
 using CorvaneTests::require;
 namespace ControlCoding = CorvaneControl::ControlCoding;
 namespace JSON = CorvaneControl::JSON;
@@ -28,10 +29,25 @@ void checkFailure(const ControlCoding::Failure& failure, std::string_view text) 
   require(failure.offset.has_value() == !JSON::Document::parse(copy));
 }
 
+/// A text that is read without a tree, because it has the form of what is written, is read as the
+/// document that it is.
+template <class Type>
+void checkDocument(const Result<Type, ControlCoding::Failure>& record, std::string_view text) {
+  std::string copy(text);
+  const auto document = JSON::Document::parse(copy);
+  require(document || !record);
+  if (!document) return;
+  const auto read = ControlCoding::decode<Type>(document->root());
+  require(bool(read) == bool(record));
+  if (read) return require(*read == *record);
+  require(read.failure().description == record.failure().description);
+}
+
 /// What is read is written as one line, from which the same is read again.
 template <class Type>
 void check(std::string_view text) {
   const auto record = ControlCoding::decode<Type>(std::string(text));
+  checkDocument(record, text);
   std::string place(text);
   const auto inPlace = ControlCoding::decodeInPlace<Type>(std::span<char>(place));
   require(bool(record) == bool(inPlace));

@@ -68,6 +68,16 @@ void checkPreviewOfLine(std::string_view text) {
           AgentNotification::summary(std::optional<std::string_view>(Markdown::plainText(line))));
 }
 
+/// What is settled by the start of a line is what the whole line says there.
+void checkSettled(std::string_view text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  const std::size_t space = line.find(' ', line.size() / 2);
+  if (space == line.npos || line.size() > Markdown::mostRead) return;
+  const Markdown::Reading start = Markdown::read(line.substr(0, space));
+  require(start.settled <= start.text.size());
+  require(Markdown::plainText(line).starts_with(start.text.substr(0, start.settled)));
+}
+
 void checkPreview(const std::optional<std::string>& preview) {
   if (!preview) return;
   require(!preview->empty() && Text::isUTF8(*preview) && !Text::hasLineBreak(*preview));
@@ -83,6 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = Text::repaired(std::string(input.text()));
   checkPlain(text);
   checkPreviewOfLine(text);
+  checkSettled(text);
   checkPreview(AgentNotification::messagePreview(text));
   checkPreview(AgentNotification::messagePreview(AgentNotification::claudeMessageBody(text)));
   checkPreview(AgentNotification::summary(AgentNotification::codexTaskBody(text)));
