@@ -232,8 +232,10 @@ void appendText(cmark_node* document, Reading& reading) {
     const char* const literal = cmark_node_get_literal(node);
     if (literal == nullptr) continue;
     if (isSettled && cmark_node_get_type(node) == CMARK_NODE_TEXT) {
-      const std::size_t before = std::strcspn(literal, marksOfPairs);
+      std::size_t before = std::strcspn(literal, marksOfPairs);
       isSettled = literal[before] == '\0';
+      // The mark of an image begins with one that means nothing by itself.
+      if (literal[before] == '[' && before > 0 && literal[before - 1] == '!') --before;
       reading.settled = outermostAt + (isOutermost ? before : 0);
     }
     reading.text += literal;
