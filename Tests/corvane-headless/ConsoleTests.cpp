@@ -352,7 +352,7 @@ TEST_F(Console, takesNoAnswerForACardThatTheTerminalDidNotShow) {
   other.ask(R"({"command":"current"})");
   other.ask(R"({"command":"current"})");
   std::this_thread::sleep_for(std::chrono::seconds(1));
-  console.terminal.type("a\n");
+  console.terminal.type("a\na\n");
   EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(200)));
   EXPECT_TRUE(other.ask(R"({"command":"current"})")) << "everything else goes on";
   const std::size_t from = console.seen();
@@ -360,8 +360,10 @@ TEST_F(Console, takesNoAnswerForACardThatTheTerminalDidNotShow) {
   ASSERT_TRUE(console.waitAfter(from, "leave it to Claude\n"));
   ASSERT_TRUE(console.waitAfter(from, dropped));
   EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(50)));
+  const std::string& screen = console.terminal.screen();
   console.type("a");
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  EXPECT_EQ(screen.find(dropped), screen.rfind(dropped)) << "it is said once for all of it";
 }
 
 TEST_F(Console, allowsACutCardByTheWholeWordOnly) {
