@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -18,6 +20,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "CorvaneControl/Platform/System.h"
 #include "Support/TemporaryFolder.h"
 
 namespace CorvaneControl {
@@ -313,6 +316,60 @@ TEST(UnixSocket, connectingToAFullBacklogFailsInsteadOfHanging) {
   for (const int connection : connections) ::close(connection);
 }
 
+TEST(UnixSocket, connectsThoughSignalsInterruptIt) {
+  const CorvaneTests::TemporaryFolder folder;
+  const auto listener = UnixSocket::listen(folder.path("s"), 0);
+  ASSERT_TRUE(listener);
+  std::vector<int> waiting;  // fill the backlog
+  for (int number = 0; number < 8; ++number) {
+    const int client = CorvaneControl::System::openStreamSocket();
+    ASSERT_TRUE(UnixSocket::makeNonBlocking(client));
+    const auto address = UnixSocket::unixAddress(folder.path("s"));
+    waiting.push_back(client);
+    if (::connect(client, reinterpret_cast<const sockaddr*>(&address->storage), address->length) !=
+        0) {
+      break;
+    }
+  }
+  static std::atomic<int> interruptions = 0;
+  interruptions = 0;
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) { ++interruptions; };  // without SA_RESTART
+  ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
+  std::atomic<bool> isConnected = false;
+  const pthread_t connecting = ::pthread_self();
+  std::thread others([&] {
+    while (!isConnected) {
+      ::pthread_kill(connecting, SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      if (interruptions < 5) continue;
+      const int accepted = ::accept(*listener, nullptr, nullptr);  // there is room again
+      if (accepted >= 0) ::close(accepted);
+      if (accepted >= 0) break;
+    }
+  });
+  const auto connection = UnixSocket::connect(folder.path("s"), 1);
+  isConnected = true;
+  others.join();
+  ::sigaction(SIGUSR1, &before, nullptr);
+  EXPECT_TRUE(connection) << connection.failure().description();
+  if (connection) ::close(*connection);
+  for (const int client : waiting) ::close(client);
+  ::close(*listener);
+}
+
+TEST(UnixSocket, makesReadingFailWhereItWouldWait) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  EXPECT_TRUE(UnixSocket::makeNonBlocking(ends[0]));
+  char byte = 0;
+  EXPECT_EQ(::read(ends[0], &byte, 1), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  for (const int end : ends) ::close(end);
+  EXPECT_FALSE(UnixSocket::makeNonBlocking(-1));
+}
+
 TEST(UnixSocket, writingNothingSucceedsWithoutTheSystem) { EXPECT_TRUE(UnixSocket::write("", -1)); }
 
 TEST(UnixSocket, writingToAClosedConnectionFailsAndTheProcessGoesOn) {
@@ -501,6 +558,45 @@ TEST(LineBuffer, aMillionLinesTakenOneByOneAreLinearWork) {
   }
   EXPECT_EQ(lines, 1'000'000);
   EXPECT_EQ(buffer.count(), 1000U);
+}
+
+TEST(LineBuffer, looksAtEachByteOnce) {
+  LineBuffer buffer;
+  buffer.append("x\nabcdef");
+  const auto first = buffer.nextLine();
+  ASSERT_EQ(first, "x");
+  const std::string_view behind(first->data() + 2, 6);
+  EXPECT_FALSE(buffer.nextLine());
+  // A line feed where it has looked is none that it finds.
+  buffer.inPlace(behind)[1] = '\n';
+  buffer.append("g");
+  EXPECT_FALSE(buffer.nextLine());
+  EXPECT_EQ(buffer.nextLines(), "");
+  buffer.append("h\n");
+  EXPECT_EQ(buffer.nextLine(), "a\ncdefgh");
+}
+
+TEST(LineBuffer, remembersWhatItHasSeenWhenItDropsLines) {
+  LineBuffer buffer;
+  buffer.append("xxxxxxxx\nabc");
+  const auto first = buffer.nextLine();
+  ASSERT_EQ(first, "xxxxxxxx");
+  EXPECT_FALSE(buffer.nextLine());
+  buffer.inPlace({first->data() + 9, 3})[1] = '\n';
+  buffer.append("d\n");  // moves what is left to the front
+  EXPECT_EQ(buffer.nextLine(), "a\ncd");
+}
+
+TEST(LineBuffer, movesNoBytesWhileLinesAreTaken) {
+  LineBuffer buffer;
+  buffer.append("a\nbc\nd\n");
+  const auto first = buffer.nextLine();
+  const auto second = buffer.nextLine();
+  const auto third = buffer.nextLine();
+  ASSERT_TRUE(first && second && third);
+  EXPECT_EQ(second->data(), first->data() + 2);
+  EXPECT_EQ(third->data(), first->data() + 5);
+  EXPECT_EQ(*first, "a");
 }
 
 TEST(LineReader, returnsALineThatArrivesInManyReads) {
