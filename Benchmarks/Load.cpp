@@ -143,7 +143,8 @@ class Server {
   long kilobytes(const std::string& key) const {
     std::ifstream status(proc() + "status");
     for (std::string line; std::getline(status, line);) {
-      if (line.starts_with(key + ":")) return std::strtol(line.c_str() + key.size() + 1, nullptr, 10);
+      if (line.starts_with(key + ":"))
+        return std::strtol(line.c_str() + key.size() + 1, nullptr, 10);
     }
     return 0;
   }
@@ -274,7 +275,8 @@ std::string cards(const Server& server, std::size_t count) {
     denied += agents[number].line() == R"({"decision":"denied","ok":true})" ? 1U : 0U;
   }
   promise(denied == count - count / 10, "every card is answered that was not withdrawn");
-  return std::to_string(denied) + " of " + std::to_string(count) + " answered, the others withdrawn";
+  return std::to_string(denied) + " of " + std::to_string(count) +
+         " answered, the others withdrawn";
 }
 
 /// Waits until the server has done what clients that are gone have asked for, and let go of them.
@@ -313,7 +315,8 @@ int main(int count, char** words) {
     const long descriptors = server.descriptors();
     requests(server, 500 / scale, 5'000 / scale);  // what it keeps for itself is there now
     settle(server, descriptors);
-    std::printf("%-44s %ld KB, %ld descriptors\n", "at first", server.kilobytes("VmRSS"), descriptors);
+    std::printf("%-44s %ld KB, %ld descriptors\n", "at first", server.kilobytes("VmRSS"),
+                descriptors);
     const auto scaled = [&](std::size_t number) { return number / scale; };
     std::array<long, 2> kilobytes{};
     for (long& size : kilobytes) {

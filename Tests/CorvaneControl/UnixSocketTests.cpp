@@ -599,6 +599,18 @@ TEST(LineBuffer, movesNoBytesWhileLinesAreTaken) {
   EXPECT_EQ(*first, "a");
 }
 
+TEST(LineBuffer, movesNoBytesForTheFewThatWereTaken) {
+  LineBuffer buffer;
+  buffer.append("a\n" + std::string(600, 'x'));
+  buffer.append(std::string(400, 'x'));  // with room for more
+  const auto first = buffer.nextLine();
+  ASSERT_EQ(first, "a");
+  buffer.append("\n");
+  const auto second = buffer.nextLine();
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->data(), first->data() + 2);
+}
+
 TEST(LineReader, returnsALineThatArrivesInManyReads) {
   Pair pair;
   const std::string line(10'000, 'x');

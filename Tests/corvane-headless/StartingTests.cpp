@@ -408,7 +408,7 @@ TEST(Starting, doesNotTurnAndTurnWhileThereIsNoRoom) {
   HeadlessCorvane corvane({.beforeExec = [] {
     const rlimit descriptors{.rlim_cur = 24, .rlim_max = 24};
     ::setrlimit(RLIMIT_NOFILE, &descriptors);
-    const rlimit seconds{.rlim_cur = 2, .rlim_max = 2};  // of computing
+    const rlimit seconds{.rlim_cur = 1, .rlim_max = 1};  // of computing
     ::setrlimit(RLIMIT_CPU, &seconds);
   }});
   EXPECT_TRUE(corvane.client().ask(R"({"command":"current"})"));
