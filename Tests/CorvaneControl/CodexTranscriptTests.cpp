@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -17,6 +18,21 @@
 
 #include "CorvaneControl/JSON.h"
 #include "Support/TemporaryFolder.h"
+
+namespace {
+
+/// Called before each read of a transcript, with the place and the number of bytes that are asked
+/// for: what happens to the file between two reads.
+std::function<void(off_t offset, std::size_t count)> beforeReading;
+
+}  // namespace
+
+/// In the place of the system's own.
+extern "C" ssize_t pread(int file, void* bytes, std::size_t count, off_t offset) {
+  if (beforeReading) beforeReading(offset, count);
+  if (lseek(file, offset, SEEK_SET) < 0) return -1;
+  return read(file, bytes, count);
+}
 
 namespace CorvaneControl::CodexTranscript {
 namespace {
@@ -690,6 +706,49 @@ TEST_F(CodexTranscriptFile, randomFilesReadTheSameInMemory) {
 TEST(CodexTranscript, theMarkerIsTheCompactMember) {
   EXPECT_EQ(marker, "\"type\":\"turn_context\"");
   EXPECT_EQ(marker.size(), 21U);
+}
+
+// A file that shrinks between two reads
+
+/// Does something before certain reads, as long as it is there.
+class BeforeReading {
+ public:
+  explicit BeforeReading(std::function<void(off_t offset, std::size_t count)> action) {
+    beforeReading = std::move(action);
+  }
+  ~BeforeReading() { beforeReading = nullptr; }
+  BeforeReading(const BeforeReading&) = delete;
+  BeforeReading& operator=(const BeforeReading&) = delete;
+};
+
+/// Two windows of a thousand bytes, the second with a record of which only the settings lie in it.
+TEST_F(CodexTranscriptFile, whatAnEarlierWindowHeldIsNotReadAgainWhenTheFileIsCutShort) {
+  const std::string start = std::string(19, 'a') + "\n";
+  const std::string settings = recordOfSize(979);
+  const std::string content =
+      start + std::string(980, 'x') + std::string(20, 'x') + settings + "\n";
+  ASSERT_EQ(content.size(), 2000U);
+  const std::string name = file(content);
+  ASSERT_FALSE(autoReviewed(name, {.window = 1000}));
+  const BeforeReading cut([&](off_t offset, std::size_t count) {
+    if (offset == 0 && count == 1000) std::filesystem::resize_file(name, start.size());
+  });
+  EXPECT_FALSE(autoReviewed(name, {.window = 1000}));
+}
+
+TEST_F(CodexTranscriptFile, aLineWhoseStartIsCutOffMeanwhileIsNone) {
+  const std::string before = std::string(992, 'a') + "\n";
+  const std::string settings = recordWithMarkerAt(10);
+  const std::string content =
+      before + settings + "\n" + std::string(2000 - 993 - settings.size() - 1, ' ');
+  ASSERT_EQ(content.size(), 2000U);
+  const std::string name = file(content);
+  ASSERT_TRUE(autoReviewed(name, {.window = 1000}));
+  const BeforeReading cut([&](off_t, std::size_t count) {
+    if (count == 160) std::filesystem::resize_file(name, before.size());
+    if (count > 1000) file(content);  // the line itself would be there again
+  });
+  EXPECT_FALSE(autoReviewed(name, {.window = 1000}));
 }
 
 }  // namespace

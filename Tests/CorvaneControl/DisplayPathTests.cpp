@@ -75,5 +75,10 @@ TEST(DisplayPath, endsInAName) {
   EXPECT_EQ(lastComponent(""), "");
 }
 
+TEST(DisplayPath, aPathThatBeginsLikeTheFolderIsNotInIt) {
+  EXPECT_EQ(relative("/p/app-2/a", "/p/app", std::nullopt), "/p/app-2/a");
+  EXPECT_EQ(relative("/p/application", "/p/app", "/p"), "~/application");
+}
+
 }  // namespace
 }  // namespace CorvaneControl::DisplayPath

@@ -108,4 +108,11 @@ TEST_P(Reading, goesOn) {
 INSTANTIATE_TEST_SUITE_P(Transfer, Reading, testing::ValuesIn(readCases),
                          [](const auto& row) { return std::string(row.param.name); });
 
+TEST(Transfer, makesACallAgainAsOftenAsItIsInterrupted) {
+  Script writing({{.code = EINTR}, {.code = EINTR}, {.code = EINTR}, {.bytes = 2}, {.bytes = 1}});
+  EXPECT_TRUE(writeAll("abc", writing));
+  EXPECT_EQ(writing.text, "abc");
+  EXPECT_TRUE(writing.isOver());
+}
+
 }  // namespace

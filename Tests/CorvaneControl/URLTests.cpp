@@ -133,5 +133,12 @@ TEST(URL, takesOnlyTheBytesThatMayStandInAPath) {
   }
 }
 
+TEST(URL, anEscapeDoesNotGoOnBehindTheText) {
+  const std::string_view more = "http://h/a%41";
+  EXPECT_TRUE(URL::parse(more));
+  EXPECT_FALSE(URL::parse(more.substr(0, more.size() - 1)));
+  EXPECT_FALSE(URL::parse(more.substr(0, more.size() - 2)));
+}
+
 }  // namespace
 }  // namespace CorvaneControl
