@@ -81,6 +81,8 @@ Description: command-line companion of Corvane
  application, and is the hook command that coding agents call. corvane-headless
  is the application's end for machines without a screen.
 END
+  # dpkg-deb takes away only what is later than the commit, and a clone's files may be older.
+  find "$staged" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
   quietly dpkg-deb --root-owner-group -Zxz -z6 --threads-max=1 --build "$staged" "$dist/.new"
   publish "corvane_$(version)_$architecture.deb"
 }
