@@ -9,9 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneControl/UnixSocket.h"
 #include "Cost/Work.h"
 #include "Support/ChildProcess.h"
 #include "Support/CountedMemory.h"
+#include "Support/Repeated.h"
 #include "Support/TemporaryFolder.h"
 
 namespace {
@@ -94,5 +96,18 @@ TEST_P(Cost, inInstructionsIsLinear) {
 
 INSTANTIATE_TEST_SUITE_P(All, Cost, testing::ValuesIn(allWork()),
                          [](const auto& row) { return std::string(row.param.name); });
+
+TEST(LineBufferCost, whatWasTakenIsNotHeld) {
+  const std::string piece = CorvaneTests::repeated("a short line\n", 300) + "half a line ";
+  CorvaneControl::LineBuffer buffer;
+  const std::size_t before = CorvaneTests::heldBytes();
+  CorvaneTests::forgetMostHeld();
+  for (int count = 0; count < 1000; ++count) {
+    buffer.append(piece);
+    while (buffer.nextLine()) {
+    }
+  }
+  EXPECT_LE(CorvaneTests::mostHeldBytes() - before, 10 * piece.size());
+}
 
 }  // namespace

@@ -546,5 +546,15 @@ TEST(HooksCommand, refusesBadWords) {
             "cursor, not \"gemini\". See corvane-headless --help.\n");
 }
 
+TEST(HooksCommand, showsAPathBesideTheAgentsFolderWhole) {
+  Home home({".claude"});
+  std::filesystem::create_directories(home.folder.path(".claude-shared/settings.json"));
+  ASSERT_EQ(::symlink("../.claude-shared/settings.json", home.folder.path(claudeSettings).c_str()),
+            0);
+  EXPECT_EQ(home.hooks({"add", "claude"}).errors,
+            "corvane-headless: " + home.folder.path(".claude-shared/settings.json") +
+                ": not a regular file; nothing is changed\n");
+}
+
 }  // namespace
 }  // namespace CorvaneTests

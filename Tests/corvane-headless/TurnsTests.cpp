@@ -46,5 +46,13 @@ TEST(Turns, ofSessionsThatVanishAreForgottenOneDay) {
   EXPECT_EQ(turns.end("9999"), 0U);
 }
 
+TEST(Turns, ofSessionsThatAreKnownCostNoOtherItsTurn) {
+  Turns turns;
+  for (int number = 0; number < 4096; ++number) turns.start(std::to_string(number));
+  turns.work("0");
+  EXPECT_EQ(turns.end("0"), 1U);
+  EXPECT_EQ(turns.end("4095"), 0U);
+}
+
 }  // namespace
 }  // namespace CorvaneControl::Headless

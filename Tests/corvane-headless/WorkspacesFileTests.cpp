@@ -215,5 +215,21 @@ TEST(WorkspacesFile, tellsWhyItCannotBeRead) {
   EXPECT_EQ(problem(large), large + ": larger than 16 MiB");
 }
 
+TEST(WorkspacesFile, takesTheMostWindowsAndNoMore) {
+  const auto most = parsed(R"([{"name": "Mail", "windows": 1000000}])");
+  ASSERT_TRUE(most) << most.failure().description;
+  EXPECT_EQ(most->front().windows, 1'000'000);
+  EXPECT_FALSE(parsed(R"([{"name": "Mail", "windows": 1000001}])"));
+}
+
+TEST(WorkspacesFile, readsAFileOfTheLargestSize) {
+  const CorvaneTests::TemporaryFolder folder;
+  std::string text = R"([{"name": "Mail"}])";
+  text.resize(16U << 20U, ' ');
+  const auto workspaces = WorkspacesFile::read(folder.write("largest", text), home);
+  ASSERT_TRUE(workspaces) << workspaces.failure().description;
+  EXPECT_EQ(workspaces->size(), 1U);
+}
+
 }  // namespace
 }  // namespace CorvaneControl::Headless

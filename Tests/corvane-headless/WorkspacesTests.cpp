@@ -178,5 +178,16 @@ TEST(Workspaces, keepAMarkUntilItIsCleared) {
   EXPECT_FALSE(workspaces[1].attention);
 }
 
+TEST(Workspaces, switchingToTheCurrentOneMakesNoneThePrevious) {
+  Workspaces workspaces = fourWorkspaces();
+  EXPECT_FALSE(workspaces.switchTo(0));
+  EXPECT_EQ(found(workspaces, "-"), "There is no previous workspace yet.");
+}
+
+TEST(Workspaces, aPathMayLeadBackToTheRoot) {
+  EXPECT_EQ(normalizedPath("/a/.."), "/");
+  EXPECT_EQ(normalizedPath("/a/../../b"), "/b");
+}
+
 }  // namespace
 }  // namespace CorvaneControl::Headless

@@ -1129,4 +1129,20 @@ TEST(FilesEdit, inAnotherGroupNobodyElseIsLetInEvenForAMoment) {
   EXPECT_EQ(calls.forOthers, mode_t{0});
 }
 
+TEST(FilesEdit, followsFortyLinksAndNoMore) {
+  const TemporaryFolder folder;
+  std::string target = folder.write("settings.json", "old");
+  for (int link = 1; link <= 41; ++link) {
+    const std::string path = folder.path("link" + std::to_string(link));
+    std::filesystem::create_symlink(target, path);
+    target = path;
+  }
+  const auto followed = Files::Edit::begin(folder.path("link40"));
+  ASSERT_TRUE(followed) << followed.failure().description();
+  EXPECT_EQ(followed->path(), folder.path("settings.json"));
+  const auto refused = Files::Edit::begin(folder.path("link41"));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.failure().code, ELOOP);
+}
+
 }  // namespace
