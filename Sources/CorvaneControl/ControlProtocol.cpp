@@ -37,15 +37,14 @@ constexpr auto fieldOrder = [] {
   return order;
 }();
 
-/// What stands before the value of a record's field: a comma (but for the first that is there), the
-/// key between quotation marks, and a colon.
+/// What stands before the value of a record's field: the key between quotation marks, and a colon.
 template <Record Type, std::size_t index>
 constexpr auto fieldStart = [] {
   constexpr std::string_view key = std::get<index>(Type::fields).key;
-  std::array<char, key.size() + 4> text{',', '"'};
-  std::ranges::copy(key, text.begin() + 2);
-  text[key.size() + 2] = '"';
-  text[key.size() + 3] = ':';
+  std::array<char, key.size() + 3> text{'"'};
+  std::ranges::copy(key, text.begin() + 1);
+  text[key.size() + 1] = '"';
+  text[key.size() + 2] = ':';
   return text;
 }();
 
@@ -158,11 +157,11 @@ class Encoder final : private JSON::Sink {
       if (!value) return;
     }
     constexpr auto& start = fieldStart<Type, index>;
-    char* const place = room(start.size());
+    char* const place = room(start.size() + 1);
     const std::size_t comma = size_ == first ? 0 : 1;
-    *place = start[0];
-    std::memcpy(place + comma, start.data() + 1, start.size() - 1);
-    size_ += comma + start.size() - 1;
+    *place = ',';
+    std::memcpy(place + comma, start.data(), start.size());
+    size_ += comma + start.size();
     if constexpr (mayBeAbsent) {
       write(*value);
     } else {
@@ -248,29 +247,29 @@ class FormReader {
   template <Record Type>
   bool read(Type& record) {
     if (!tokens_.skip('{')) return false;
-    bool isFirst = true;
+    bool isMemberNext = true;
     const bool areGood = [&]<std::size_t... place>(std::index_sequence<place...>) {
-      return (readField<fieldOrder<Type>[place]>(record, isFirst) && ...);
+      return (readField<fieldOrder<Type>[place]>(record, isMemberNext) && ...);
     }
     (std::make_index_sequence<fieldOrder<Type>.size()>());
-    return areGood && tokens_.skip('}');
+    return areGood && !isMemberNext && tokens_.skip('}');
   }
 
+  /// `isMemberNext`: whether a comma, or the brace of the object, was read last.
   template <std::size_t index, Record Type>
-  bool readField(Type& record, bool& isFirst) {
+  bool readField(Type& record, bool& isMemberNext) {
     auto& value = record.*std::get<index>(Type::fields).member;
+    constexpr bool mayBeAbsent = isOptional<std::remove_cvref_t<decltype(value)>>;
     constexpr auto& start = fieldStart<Type, index>;
-    constexpr std::string_view separated(start.data(), start.size());
-    // Not one call with either text: of a known size they are compared without one.
-    const bool isThere = isFirst ? tokens_.skip(separated.substr(1)) : tokens_.skip(separated);
-    if constexpr (isOptional<std::remove_cvref_t<decltype(value)>>) {
-      if (!isThere) return true;
-      isFirst = false;
-      return read(value.emplace());
+    if (!isMemberNext || !tokens_.skip({start.data(), start.size()})) return mayBeAbsent;
+    bool isGood = false;
+    if constexpr (mayBeAbsent) {
+      isGood = read(value.emplace());
     } else {
-      isFirst = false;
-      return isThere && read(value);
+      isGood = read(value);
     }
+    isMemberNext = isGood && tokens_.skip(',');
+    return isGood;
   }
 
   static constexpr std::size_t expectedElements = 16;
