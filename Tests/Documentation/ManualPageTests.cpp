@@ -295,6 +295,13 @@ TEST(ManualPageOfTheProtocol, isWrittenFromTheProtocolsDescription) {
       << "Run Scripts/manual > Documentation/corvane-control.7";
 }
 
+TEST(ManualPageOfTheProtocol, showsNothingOfTheTables) {
+  for (const std::string& line : CorvaneTests::linesOf(source(protocol))) {
+    EXPECT_FALSE(line.ends_with("|.")) << line;
+    EXPECT_EQ(line.find("absent never"), std::string::npos) << line;
+  }
+}
+
 TEST(ManualPageOfTheProtocol, hasEveryFieldAndMessage) {
   const std::string text = source(protocol);
   const auto blocks =
