@@ -206,6 +206,7 @@ const std::vector<Line> namesWithoutQuotes = {
     {"switch Two\t", {"switch", "Two  3 windows"}},
     {"switch a\t", {"switch", "a\",\"name\":\"b"}},
     {"switch ba\t", {"switch", "back\\"}},
+    {"switch BA\t", {"switch", "back\\"}},
     {"switch Zei\t", {"switch", "Zeit: 12:30=@noon"}},
     {"switch Zeit:\\ 1\t", {"switch", "Zeit: 12:30=@noon"}},
 };
