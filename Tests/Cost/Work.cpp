@@ -196,30 +196,21 @@ Task transcript(std::string text) {
   };
 }
 
-/// What arrives in pieces of `piece` bytes is taken line by line.
-Task framing(std::string stream, std::size_t piece) {
-  return [stream = std::move(stream), piece] {
-    LineBuffer buffer;
-    std::string_view rest = stream;
-    while (!rest.empty()) {
-      buffer.append(rest.substr(0, piece));
-      rest.remove_prefix(std::min(piece, rest.size()));
-      while (buffer.nextLine()) {
-      }
-    }
-    require(buffer.count() == 0);
-  };
+void lineByLine(LineBuffer& buffer) {
+  while (buffer.nextLine()) {
+  }
 }
+void together(LineBuffer& buffer) { buffer.nextLines(); }
 
-/// The same, all lines of a piece at once.
-Task framingTogether(std::string stream, std::size_t piece) {
-  return [stream = std::move(stream), piece] {
+/// What arrives in pieces of `piece` bytes; `take` takes all lines that are there after each.
+Task framing(std::string stream, std::size_t piece, void (*take)(LineBuffer&) = lineByLine) {
+  return [stream = std::move(stream), piece, take] {
     LineBuffer buffer;
     std::string_view rest = stream;
     while (!rest.empty()) {
       buffer.append(rest.substr(0, piece));
       rest.remove_prefix(std::min(piece, rest.size()));
-      buffer.nextLines();
+      take(buffer);
     }
     require(buffer.count() == 0);
   };
@@ -422,9 +413,9 @@ const Work work[] = {
     {"oneLineInPieces",
      [](std::size_t bytes) { return framing(filled(bytes, "x") + "\n", 64); }},
     {"linesTogetherInPieces",
-     [](std::size_t bytes) { return framingTogether(filled(bytes, "a short line\n"), 4096); }},
+     [](std::size_t bytes) { return framing(filled(bytes, "a short line\n"), 4096, together); }},
     {"oneLineTogetherInPieces",
-     [](std::size_t bytes) { return framingTogether(filled(bytes, "x") + "\n", 64); }},
+     [](std::size_t bytes) { return framing(filled(bytes, "x") + "\n", 64, together); }},
 
     // Cards
     {"cardOfLines",
