@@ -67,6 +67,7 @@ TEST_F(DemoTest, showsAScreenAtATimeToSomebodyWhoReads) {
   Demonstration demo;
   std::vector<std::string> screens = demo.screens();
   EXPECT_GT(screens.size(), 10U);
+  EXPECT_TRUE(demo.terminal().waitFor("runs every test."));  // the end of the last one
   const auto ended = demo.process().wait();
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.errors, "");
