@@ -1,14 +1,23 @@
 # The libraries that CorvaneControl stands on, each found through its own CMake or pkg-config file.
 # Scripts/bootstrap installs them all. The installed package finds them by this file as well.
 
-function(corvane_require found what debian homebrew)
+# corvane_require(found what debian homebrew): fails without it. Where the installed package is looked for,
+# it returns: that package is not found then, and who looks for it decides what becomes of that.
+macro(corvane_require found what debian homebrew)
   if(NOT ${found})
-    message(FATAL_ERROR
+    set(corvane_kind FATAL_ERROR)
+    if(${CMAKE_FIND_PACKAGE_NAME}_FIND_QUIETLY)
+      set(corvane_kind DEBUG)
+    elseif(CMAKE_FIND_PACKAGE_NAME)
+      set(corvane_kind STATUS)
+    endif()
+    message(${corvane_kind}
       "${what} is missing. Install it with Scripts/bootstrap, or by hand:\n"
       "  Debian, Ubuntu: apt install ${debian}\n"
       "  macOS:          brew install ${homebrew}")
+    return()
   endif()
-endfunction()
+endmacro()
 
 find_package(PkgConfig QUIET)
 corvane_require(PKG_CONFIG_FOUND "pkg-config" pkg-config pkgconf)

@@ -197,6 +197,23 @@ TEST(Package, isFoundByCMake) {
   expectWorkingExamples(build.path());
 }
 
+TEST(Package, isNotFoundWhereALibraryIsMissing) {
+  const Installed installed("development");
+  const TemporaryFolder asking;
+  asking.write("CMakeLists.txt",
+               "cmake_minimum_required(VERSION 3.25)\n"
+               "project(Asking LANGUAGES CXX)\n"
+               "find_package(CorvaneControl 1)\n"
+               "if(NOT CorvaneControl_FOUND)\n"
+               "  message(STATUS \"goes on without\")\n"
+               "endif()\n");
+  const std::string said = cmake({"-S", asking.path(), "-B", asking.path("build"), "-G",
+                                  CMAKE_GENERATOR, "-DCMAKE_PREFIX_PATH=" + installed.prefix()},
+                                 {{"PKG_CONFIG_LIBDIR", asking.path()}, {"PKG_CONFIG_PATH", ""}});
+  EXPECT_NE(said.find("libutf8proc is missing."), std::string::npos) << said;
+  EXPECT_NE(said.find("goes on without"), std::string::npos) << said;
+}
+
 TEST(Package, isFoundByPkgConfig) {
   const Installed installed("development");
   const TemporaryFolder build;
