@@ -548,7 +548,8 @@ void isReadAsItsDocumentIs(const std::string& text) {
 /// Every prefix of a line, and every line with one byte exchanged, missing or more.
 template <class Record>
 void isReadAsItsDocumentIsWhateverHappensToIt(const std::string& line) {
-  constexpr std::string_view bytes("\0\t\n \"\\/{}[],:-+.0189eEnutf\x7f\x80\xE2\xFF", 34);
+  static constexpr char text[] = "\0\t\n \"\\/{}[],:-+.0189eEnutf\x7f\x80\xE2\xFF";
+  constexpr std::string_view bytes(text, sizeof text - 1);
   isReadAsItsDocumentIs<Record>(line);
   for (std::size_t place = 0; place <= line.size(); ++place) {
     isReadAsItsDocumentIs<Record>(line.substr(0, place));
