@@ -8,8 +8,16 @@ namespace {
 
 constexpr char endOfInput = 0x04;  // Ctrl-D
 constexpr char killLine = 0x15;    // Ctrl-U
+constexpr char killWord = 0x17;    // Ctrl-W
 
 constexpr bool isErase(char key) { return key == '\b' || key == 0x7F; }
+/// Bytes of the last word of a line and of the blanks behind it.
+std::size_t sizeOfLastWord(std::string_view line) {
+  const std::size_t last = line.find_last_not_of(" \t");
+  if (last == std::string_view::npos) return line.size();
+  const std::size_t before = line.find_last_of(" \t", last);
+  return line.size() - (before == std::string_view::npos ? 0 : before + 1);
+}
 constexpr bool isLineEnd(char key) { return key == '\n' || key == '\r'; }
 /// No answer has other characters, so what they look like matters to nobody.
 constexpr char shownAs(char key) { return key >= ' ' && key < 0x7F ? key : '?'; }
@@ -23,6 +31,8 @@ std::string LineEditor::take(std::string_view keys, bool tooEarly) {
       erase(current_.text.empty() ? 0 : 1, echo);
     } else if (key == killLine) {
       erase(current_.text.size(), echo);
+    } else if (key == killWord) {
+      erase(sizeOfLastWord(current_.text), echo);
     } else if (key == endOfInput) {
       ended_ = ended_ || current_.text.empty();
     } else if (typed_ == mostTyped) {

@@ -17,8 +17,8 @@ struct TypedLine {
 
 /// The line that somebody types on a terminal which passes on each key: so each is held against the
 /// card that it was typed for, and output does not run into a line that is half typed. Pure: it
-/// says what to show. Backspace takes the last byte off, Ctrl-U all, and Ctrl-D in an empty line is
-/// the end.
+/// says what to show. Backspace takes the last byte off, Ctrl-W the last word, Ctrl-U all, and
+/// Ctrl-D in an empty line is the end.
 class LineEditor {
  public:
   /// Bytes of lines that wait; what is typed beyond them is dropped.
