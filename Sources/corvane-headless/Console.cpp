@@ -219,6 +219,7 @@ void Console::readInput() {
   std::array<char, 4096> chunk{};
   const ssize_t count = ::read(STDIN_FILENO, chunk.data(), chunk.size());
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
+  if (count < 0 && isInBackground()) return;  // was typed for the job that has the terminal now
   if (count <= 0) {
     inputEnded_ = piped_.count() == 0;
     piped_.append("\n");  // what has no line feed is a line, too, and the end comes after it

@@ -874,6 +874,47 @@ TEST_F(Console, goesOnAsAJobInTheBackground) {
   shell.wait();
 }
 
+/// A headless Corvane that an interactive shell runs, in the foreground at first; `then` is what
+/// the shell does when it has stopped.
+class JobOfAShell {
+ public:
+  explicit JobOfAShell(const std::string& then)
+      : terminal(80, true), shell("/bin/sh", terminal.lentTo(options(then))) {
+    terminal.waitFor("Serving");
+  }
+
+  TemporaryFolder folder{};
+  PseudoTerminal terminal;
+  ChildProcess shell;
+
+ private:
+  ChildOptions options(const std::string& then) const {
+    const std::string socket = folder.path("s");
+    ChildOptions options = HeadlessCorvane::served(withoutColours, socket);
+    options.arguments = {
+        "-c", R"(ulimit -c 0; set -m; "$0" --socket "$1"; echo Stopped by the user.; )" + then,
+        CORVANE_HEADLESS, socket};
+    return options;
+  }
+};
+
+TEST_F(Console, takesWhatIsTypedForAnotherJobForNoEndOfInput) {
+  // The words lie there for a while, so that whoever waits for input is told of them.
+  JobOfAShell job("bg; echo In the background.; sleep 1; read -r line; echo Read $line.; fg");
+  ControlClient agent(job.folder.path("s"));
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(job.terminal.waitFor("[a] allow"));
+  job.terminal.type("\x1a");
+  ASSERT_TRUE(job.terminal.waitFor("In the background."));
+  job.terminal.type("words\n");
+  ASSERT_TRUE(job.terminal.waitFor("Read words."));
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(100)));
+  answer(job.terminal, "a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  job.terminal.type("\x03");
+  job.shell.wait();
+}
+
 struct ColourCase {
   const char* name;
   std::map<std::string, std::string> environment;
