@@ -52,29 +52,69 @@ bool environmentAllowsColours() {
   return (!refused || refused->empty()) && System::environmentValue("TERM") != "dumb";
 }
 
-volatile std::sig_atomic_t windowPipe = -1;
+volatile std::sig_atomic_t wakePipe = -1;
 
-void tellOfWindow(int /*signal*/) {
+void wake(int /*signal*/) {
   const int code = errno;
   // A pipe that is full says already what there is to say.
-  [[maybe_unused]] const ssize_t count = ::write(windowPipe, "", 1);
+  [[maybe_unused]] const ssize_t count = ::write(wakePipe, "", 1);
   errno = code;
 }
 
-/// A descriptor that becomes readable at each change of the window; -1 when there is none to give.
-/// It stays for as long as the process runs.
-int watchWindow() {
+bool isTerminalOfAnotherJob() {
+  const pid_t foreground = ::tcgetpgrp(STDIN_FILENO);
+  return foreground >= 0 &&
+         foreground != ::getpgrp();  // no jobs, no background: reading tells more
+}
+
+/// The modes that the terminal is to have while this process is stopped, or when it has quit.
+termios modesOfOthers{};
+volatile std::sig_atomic_t haveKeyboard = 0;
+
+void handle(int signal, void (*handler)(int), int flags) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = flags;
+  ::sigaction(signal, &action, nullptr);
+}
+
+/// Stops or quits, as the user wants (Ctrl-Z, Ctrl-\), with the terminal as it was: not every shell
+/// sees to that.
+void leaveTerminal(int signal);
+
+/// Nothing handles the signal while it is handled: it does what it does by default.
+void leaveTerminalAt(int signal) {
+  handle(signal, leaveTerminal, SA_RESTART | static_cast<int>(SA_RESETHAND) | SA_NODEFER);
+}
+
+void leaveTerminal(int signal) {
+  const int code = errno;
+  if (haveKeyboard != 0 && !isTerminalOfAnotherJob()) {
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &modesOfOthers);
+  }
+  ::raise(signal);  // returns when it goes on, at once where nobody could see to that
+  leaveTerminalAt(signal);
+  wake(signal);
+  errno = code;
+}
+
+/// A descriptor that becomes readable at each change of the window, and when the process goes on
+/// after it was stopped; -1 when there is none to give. It stays for as long as the process runs.
+int watchTerminal() {
   int ends[2];
   if (::pipe(ends) != 0) return -1;
   for (const int end : ends) {
     ::fcntl(end, F_SETFD, FD_CLOEXEC);
     ::fcntl(end, F_SETFL, ::fcntl(end, F_GETFL) | O_NONBLOCK);
   }
-  windowPipe = ends[1];
-  struct sigaction action {};
-  action.sa_handler = tellOfWindow;
-  action.sa_flags = SA_RESTART;
-  ::sigaction(SIGWINCH, &action, nullptr);
+  wakePipe = ends[1];
+  handle(SIGWINCH, wake, SA_RESTART);
+  handle(SIGCONT, wake, SA_RESTART);
+  for (const int signal : {SIGTSTP, SIGQUIT}) {
+    struct sigaction before {};
+    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler != SIG_DFL) continue;
+    leaveTerminalAt(signal);
+  }
   return ends[0];
 }
 
@@ -85,7 +125,7 @@ Console::Console(bool quiet)
       inputIsTerminal_(::isatty(STDIN_FILENO) == 1),
       outputIsTerminal_(::isatty(STDOUT_FILENO) == 1),
       colours_(outputIsTerminal_ && environmentAllowsColours()),
-      windowChanges_(outputIsTerminal_ ? watchWindow() : -1) {}
+      windowChanges_(outputIsTerminal_ ? watchTerminal() : -1) {}
 
 Console::~Console() { leaveKeyboard(); }
 
@@ -181,18 +221,16 @@ void Console::finishOutput() {
   }
 }
 
-bool Console::isInBackground() const {
-  if (!inputIsTerminal_) return false;
-  const pid_t foreground = ::tcgetpgrp(STDIN_FILENO);
-  return foreground >= 0 &&
-         foreground != ::getpgrp();  // no jobs, no background: reading tells more
-}
+bool Console::isInBackground() const { return inputIsTerminal_ && isTerminalOfAnotherJob(); }
 
 void Console::takeKeyboard() {
   termios modes{};
   if (!inputIsTerminal_ || !outputIsTerminal_ || inputEnded_ || isInBackground()) return;
   if (::tcgetattr(STDIN_FILENO, &modes) != 0 || (modes.c_lflag & ICANON) == 0) return;
   modes_ = modes;
+  haveKeyboard = 0;
+  modesOfOthers = modes;
+  haveKeyboard = 1;
   modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
   modes.c_cc[VMIN] = 1;
   modes.c_cc[VTIME] = 0;
@@ -201,6 +239,7 @@ void Console::takeKeyboard() {
 
 void Console::leaveKeyboard() {
   if (modes_ && !isInBackground()) ::tcsetattr(STDIN_FILENO, TCSANOW, &*modes_);
+  haveKeyboard = 0;
   modes_.reset();
 }
 

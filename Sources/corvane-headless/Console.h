@@ -51,7 +51,7 @@ class Console {
   void sayDropped();
   /// How to draw now: a terminal may change its size.
   Style style() const;
-  /// Readable when the terminal may have changed its size; -1 when it never does.
+  /// Readable when the terminal may have changed its size, or its owner; -1 when it never does.
   int windowChanges() const { return windowChanges_; }
   /// Takes in that it has.
   void windowHasChanged() const;

@@ -883,6 +883,16 @@ class JobOfAShell {
     terminal.waitFor("Serving");
   }
 
+  static bool isOrdinary(const termios& modes) {
+    return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
+  }
+  bool becomes(bool ordinary) const {
+    for (int attempt = 0; attempt < 500 && isOrdinary(terminal.modes()) != ordinary; ++attempt) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return isOrdinary(terminal.modes()) == ordinary;
+  }
+
   TemporaryFolder folder{};
   PseudoTerminal terminal;
   ChildProcess shell;
@@ -913,6 +923,46 @@ TEST_F(Console, takesWhatIsTypedForAnotherJobForNoEndOfInput) {
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
   job.terminal.type("\x03");
   job.shell.wait();
+}
+
+TEST_F(Console, lendsTheTerminalToTheShellWhileItIsStopped) {
+  JobOfAShell job("read -r line; fg");
+  ASSERT_TRUE(job.becomes(false));
+  for (const std::string_view card : {"ls", "pwd"}) {
+    ControlClient agent(job.folder.path("s"));
+    agent.send(permission(std::string(card)) + "\n");
+    ASSERT_TRUE(job.terminal.waitFor("1   " + std::string(card)));
+    if (card == "ls") {
+      job.terminal.type("\x1a");
+      ASSERT_TRUE(job.terminal.waitFor("Stopped by the user."));
+      EXPECT_TRUE(JobOfAShell::isOrdinary(job.terminal.modes()));
+      job.terminal.type("\n");
+      EXPECT_TRUE(job.becomes(false));
+    }
+    answer(job.terminal, "a");
+    EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  }
+  job.terminal.type("\x03");
+  job.shell.wait();
+}
+
+TEST_F(Console, leavesTheTerminalAsItWasWhenItQuits) {
+  JobOfAShell job("read -r line");
+  ASSERT_TRUE(job.becomes(false));
+  job.terminal.type("\x1c");
+  ASSERT_TRUE(job.terminal.waitFor("Stopped by the user."));
+  EXPECT_TRUE(JobOfAShell::isOrdinary(job.terminal.modes()));
+  job.terminal.type("\n");
+  job.shell.wait();
+}
+
+TEST_F(Console, goesOnWhereNobodyCouldContinueIt) {
+  Terminal console(withoutColours, 80, true);
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("leave it to Claude"));
+  console.terminal.type("\x1a");
+  console.type("a");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
 }
 
 struct ColourCase {
