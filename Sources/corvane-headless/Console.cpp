@@ -187,6 +187,7 @@ Style Console::style() const {
   if (!outputIsTerminal_ || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return style;
   if (size.ws_col > 0) style.columns = std::max<std::size_t>(size.ws_col, fewestColumns);
   if (size.ws_row > 0) style.rows = size.ws_row;
+  if (size.ws_col > 0 && size.ws_col < fewestColumns) style.rows = 0;  // its rows would be broken
   return style;
 }
 

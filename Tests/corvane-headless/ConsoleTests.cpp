@@ -965,6 +965,16 @@ TEST_F(Console, goesOnWhereNobodyCouldContinueIt) {
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
 }
 
+TEST_F(Console, asksForTheWholeWordOnATerminalThatIsTooNarrowForACard) {
+  Terminal console(withoutColours, 19);
+  ControlClient agent = console.asking(permission("ls"));
+  ASSERT_TRUE(console.waitFor("[allow] allow"));
+  console.type("a");
+  EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(100)));
+  console.type("allow");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+}
+
 struct ColourCase {
   const char* name;
   std::map<std::string, std::string> environment;
