@@ -231,11 +231,15 @@ std::string flowedBehind(const std::vector<std::string>& pieces, std::string_vie
   return text;
 }
 
-std::vector<std::string> wordsOf(std::string_view sentence) {
+/// The words of a sentence, none of which has more than `widest` columns: a wider one is cut.
+std::vector<std::string> wordsOf(std::string_view sentence,
+                                 std::size_t widest = std::string_view::npos) {
   std::vector<std::string> words;
   while (!sentence.empty()) {
     const std::size_t end = std::min(sentence.find(' '), sentence.size());
-    words.emplace_back(sentence.substr(0, end));
+    for (const std::string_view row : rows(sentence.substr(0, end), widest)) {
+      words.emplace_back(row);
+    }
     sentence.remove_prefix(std::min(end + 1, sentence.size()));
   }
   return words;
@@ -246,10 +250,13 @@ std::vector<std::string> wordsOf(std::string_view sentence) {
 std::string flowed(const std::vector<std::string>& pieces, std::string_view between,
                    std::size_t columns) {
   constexpr std::string_view further = "    ";
+  const std::size_t widest = std::max(columns, further.size() + 1) - further.size();
   std::vector<std::string> fitting;
+  fitting.reserve(pieces.size());
   for (const std::string& piece : pieces) {
-    fitting.push_back(
-        columnsOf(piece) <= columns ? piece : flowedBehind(wordsOf(piece), " ", columns, further));
+    fitting.push_back(columnsOf(piece) <= columns
+                          ? piece
+                          : flowedBehind(wordsOf(piece, widest), " ", columns, further));
   }
   return flowedBehind(fitting, between, columns, "") + "\n";
 }

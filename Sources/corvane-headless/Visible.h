@@ -43,7 +43,7 @@ std::vector<std::string_view> rows(std::string_view visibleText, std::size_t col
 
 /// Sets pieces of our own words, with `between` between them, in rows that end with line feeds. A
 /// row has at most `columns` columns and begins with a piece; one that is wider than a row is
-/// broken between its words, and goes on behind four blanks.
+/// broken between its words, within those that are wider, too, and goes on behind four blanks.
 std::string flowed(const std::vector<std::string>& pieces, std::string_view between,
                    std::size_t columns);
 /// The same for a sentence, broken between its words.

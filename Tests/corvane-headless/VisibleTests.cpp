@@ -217,6 +217,12 @@ TEST(Flowed, breaksBetweenPieces) {
   EXPECT_EQ(flowed({}, "  ", 12), "\n");
 }
 
+TEST(Flowed, breaksAWordThatIsWiderThanARow) {
+  EXPECT_EQ(flowed({"abcdefghijklmnop runs"}, "  ", 12), "abcdefgh\n    ijklmnop\n    runs\n");
+  EXPECT_EQ(flowed({"日日日日日日日日日日"}, "  ", 12), "日日日日\n    日日日日\n    日日\n");
+  EXPECT_EQ(flowed({"go on, abcdefghij"}, "  ", 12), "go on,\n    abcdefgh\n    ij\n");
+}
+
 TEST(Flowed, breaksASentenceBetweenItsWords) {
   EXPECT_EQ(flowed("That is no answer.", 80), "That is no answer.\n");
   EXPECT_EQ(flowed("That is no answer.", 10), "That is no\nanswer.\n");
