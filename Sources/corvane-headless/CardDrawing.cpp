@@ -49,7 +49,9 @@ class Page {
   void agents(std::string_view first, std::string_view further, std::size_t width,
               std::string_view text, std::string_view colour = {}) {
     const std::string shown = whole_ ? visible(text) : visibleStart(text, longestDrawn);
-    hides = hides || (!whole_ && text.size() > longestDrawn && shown != visible(text));
+    // One more would show more of what is cut; all of it may be megabytes.
+    hides = hides || (!whole_ && text.size() > longestDrawn &&
+                      shown != visibleStart(text, longestDrawn + 1));
     // One column stays free: terminals differ in what they do after the last one.
     const std::size_t columns = std::max(style_.columns, width + 1 + fewestTextColumns) - width - 1;
     const std::string_view beginning = rows(shown, columns).front();
