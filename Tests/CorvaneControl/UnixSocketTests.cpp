@@ -244,8 +244,8 @@ TEST(UnixSocket, tellsAPeerOfAnotherUser) {
     const bool ready = ::setuid(65534) == 0;
     const auto connection = UnixSocket::connect(path, 5);
     char byte = 0;
-    if (ready && connection) static_cast<void>(::read(*connection, &byte, 1));
-    ::_exit(ready && connection ? 0 : 1);
+    const bool isReached = ready && connection && ::read(*connection, &byte, 1) == 1;
+    ::_exit(isReached ? 0 : 1);
   }
   const Descriptor accepted(::accept(listener, nullptr, nullptr));
   EXPECT_FALSE(UnixSocket::peerIsCurrentUser(accepted));
