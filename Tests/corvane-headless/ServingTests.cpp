@@ -580,6 +580,26 @@ TEST(Serving, givesEverybodyATurn) {
   EXPECT_EQ(last, "Mail") << "the other one waited for all that was asked before";
 }
 
+TEST(Serving, doesAllOfTheManyThingsThatAClientAskedBeforeItLeft) {
+  HeadlessCorvane corvane;
+  ControlClient subscriber = corvane.client();
+  subscriber.ask(R"({"command":"subscribe"})");
+  ControlClient client = corvane.client();
+  EXPECT_TRUE(ask(client, R"({"command":"current"})").ok);
+  constexpr int count = 100;
+  whileStopped(corvane.process(), [&] {
+    std::string requests;
+    for (int number = 0; number < count; ++number) {
+      requests += switchTo(number % 2 == 0 ? "Mail" : "Store") + "\n";
+    }
+    client.send(requests);
+    client.close();
+  });
+  for (int number = 0; number < count; ++number) {
+    ASSERT_EQ(nextEvent(subscriber).workspace->name, number % 2 == 0 ? "Mail" : "Store");
+  }
+}
+
 TEST(Serving, tellsNothingMoreToASubscriberThatItRefuses) {
   HeadlessCorvane corvane;
   ControlClient subscriber = corvane.client();
