@@ -159,6 +159,12 @@ std::string_view LineBuffer::nextLines() {
   return lines;
 }
 
+void LineBuffer::reset() {
+  std::string().swap(pending_);  // one that is assigned to keeps its memory
+  start_ = 0;
+  scanned_ = 0;
+}
+
 bool LineReader::read() {
   std::array<char, 4096> chunk;
   const ssize_t count =

@@ -104,6 +104,9 @@ class LineBuffer {
   /// none. The view holds until the next call of `append`.
   std::string_view nextLines();
 
+  /// Forgets everything, and gives the memory back.
+  void reset();
+
  private:
   std::string pending_{};
   std::size_t start_ = 0;    // where the first line not yet returned begins

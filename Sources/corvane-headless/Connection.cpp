@@ -21,7 +21,7 @@ void Connection::receive() {
   const ssize_t count = ::read(socket_, chunk.data(), chunk.size());
   if (count > 0) {
     // Memory that a huge request took is not kept for the small ones that follow.
-    if (input_.count() == 0) input_ = LineBuffer{};
+    if (input_.count() == 0) input_.reset();
     input_.append({chunk.data(), static_cast<std::size_t>(count)});
   } else if (count == 0) {
     inputEnded_ = true;
@@ -53,7 +53,7 @@ void Connection::probe() {
 void Connection::stopReceiving() {
   inputEnded_ = true;
   hasMoreLines = false;
-  input_ = LineBuffer{};
+  input_.reset();
 }
 
 void Connection::giveUp() {

@@ -285,7 +285,7 @@ std::optional<TypedLine> Console::nextLine() {
   // What was typed while the card is on its way is dropped when it is there.
   if (inputIsTerminal_) return card_.isComing() ? std::nullopt : typed_.nextLine();
   const auto line = piped_.nextLine();
-  if (!line && piped_.count() > longestTyped) piped_ = LineBuffer{};
+  if (!line && piped_.count() > longestTyped) piped_.reset();
   if (!line) return std::nullopt;
   return TypedLine{.text = std::string(*line)};
 }

@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstddef>
+#include <iterator>
+#include <string>
 
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "Support/CountedMemory.h"
 
 namespace CorvaneControl::Headless {
 namespace {
@@ -54,6 +59,69 @@ TEST(Connection, forgetsWhatItHasReceivedWhenItIsToReceiveNoMore) {
   EXPECT_FALSE(connection.nextLine());
   EXPECT_FALSE(connection.isGone());
   ::close(ends.descriptors[1]);
+}
+
+TEST(Connection, givesBackTheMemoryOfAHugeRequest) {
+  const Ends ends;
+  Connection connection(ends.descriptors[0]);
+  const std::size_t before = CorvaneTests::heldBytes();
+  const auto takes = [&](const std::string& bytes) {
+    ASSERT_EQ(::write(ends.descriptors[1], bytes.data(), bytes.size()), std::ssize(bytes));
+    connection.receive();
+  };
+  for (int pieces = 0; pieces < 100; ++pieces) takes(std::string(10'000, 'x'));
+  takes("\n");
+  EXPECT_EQ(connection.nextLine()->size(), 1'000'000U);
+  EXPECT_GE(CorvaneTests::heldBytes(), before + 1'000'000U);
+  takes("a\n");
+  EXPECT_EQ(connection.nextLine(), "a");
+  EXPECT_LT(CorvaneTests::heldBytes(), before + 1000U);
+  ::close(ends.descriptors[1]);
+}
+
+TEST(Connection, givesBackTheMemoryOfARequestThatItForgets) {
+  const Ends ends;
+  Connection connection(ends.descriptors[0]);
+  const std::string piece(10'000, 'x');
+  const std::size_t before = CorvaneTests::heldBytes();
+  for (int pieces = 0; pieces < 10; ++pieces) {
+    ASSERT_EQ(::write(ends.descriptors[1], piece.data(), piece.size()), std::ssize(piece));
+    connection.receive();
+  }
+  EXPECT_GE(CorvaneTests::heldBytes(), before + 100'000U);
+  connection.stopReceiving();
+  EXPECT_EQ(CorvaneTests::heldBytes(), before);
+  ::close(ends.descriptors[1]);
+}
+
+TEST(Connection, knowsAtTheEndOfTheInputThatItsClientIsGone) {
+  const Ends ends;
+  Connection connection(ends.descriptors[0]);
+  ::close(ends.descriptors[1]);
+  connection.receive();
+  EXPECT_TRUE(connection.inputHasEnded());
+  EXPECT_TRUE(connection.isGone());
+}
+
+TEST(Connection, keepsAClientThatOnlyStoppedSending) {
+  const Ends ends;
+  Connection connection(ends.descriptors[0]);
+  ::shutdown(ends.descriptors[1], SHUT_WR);
+  connection.receive();
+  EXPECT_TRUE(connection.inputHasEnded());
+  EXPECT_FALSE(connection.isGone());
+  ::close(ends.descriptors[1]);
+}
+
+TEST(Connection, isOverWhenItCannotBeRead) {
+  const Ends ends;
+  Connection connection(ends.descriptors[0]);
+  connection.send("answer\n");
+  connection.transmit();
+  ::close(ends.descriptors[1]);  // a reset, because the answer was not read
+  connection.receive();
+  EXPECT_TRUE(connection.inputHasEnded());
+  EXPECT_TRUE(connection.isGone());
 }
 
 }  // namespace

@@ -11,12 +11,14 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "HeadlessCorvane.h"
 #include "Support/PseudoTerminal.h"
 #include "Support/Repeated.h"
+#include "Support/SystemUnderTest.h"
 
 namespace CorvaneTests {
 namespace {
@@ -1085,6 +1087,23 @@ TEST(ConsoleWithoutATerminal, readsAnswersFromAPipe) {
   EXPECT_NE(log.find("That is no answer."), std::string::npos);
   EXPECT_NE(log.find("End of input: "), std::string::npos) << "after the answers, not before";
   EXPECT_LT(log.find("Left to Claude"), log.find("End of input: "));
+}
+
+TEST(ConsoleWithoutATerminal, keepsNoLineOfAPipeThatDoesNotEnd) {
+  if (!canBoundMemory) GTEST_SKIP() << "memory cannot be bounded here";
+  HeadlessCorvane corvane(
+      {.arguments = {"--answer", "ask"}, .keepInputOpen = true, .beforeExec = [] {
+         const rlimit bound{40 << 20, 40 << 20};
+         ::setrlimit(RLIMIT_AS, &bound);
+       }});
+  ControlClient agent = corvane.client();
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("[a] allow"));
+  corvane.process().write(std::string(20 << 20, 'x'));
+  corvane.process().write("\nno\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("That is no answer."));
+  corvane.process().write("a\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
 }
 
 TEST(ConsoleWithoutATerminal, keepsWhatAPipeHoldsForTheNextCard) {

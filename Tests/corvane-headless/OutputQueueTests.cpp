@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -11,6 +12,8 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "Support/CountedMemory.h"
 
 namespace CorvaneControl::Headless {
 namespace {
@@ -114,6 +117,34 @@ TEST(OutputQueue, failsWithoutASignalWhenThePeerIsGone) {
   queue.append("x");
   EXPECT_EQ(queue.writeToSocket(ends.in()), Outcome::failed);
   EXPECT_EQ(errno, EPIPE);
+}
+
+TEST(OutputQueue, givesBackTheMemoryOfAHugeAnswer) {
+  const std::string answer(1'000'000, 'x');
+  const Ends ends(Ends::Kind::sockets);
+  const std::size_t before = CorvaneTests::heldBytes();
+  OutputQueue queue;
+  queue.append(answer);
+  EXPECT_GE(CorvaneTests::heldBytes(), before + answer.size());
+  while (queue.writeToSocket(ends.in()) == Outcome::blocked) ASSERT_FALSE(ends.take().empty());
+  EXPECT_TRUE(queue.isEmpty());
+  EXPECT_LT(CorvaneTests::heldBytes(), before + 1000U);
+}
+
+TEST(OutputQueue, keepsLittleOfWhatWasWrittenThoughItIsNeverEmpty) {
+  const std::string piece(4096, 'x');  // as much as is taken at once
+  const Ends ends(Ends::Kind::sockets);
+  OutputQueue queue;
+  while (queue.writeToSocket(ends.in()) != Outcome::blocked) queue.append(piece);
+  for (int pieces = 0; pieces < 50; ++pieces) queue.append(piece);
+  CorvaneTests::forgetMostHeld();
+  const std::size_t before = CorvaneTests::heldBytes();
+  for (int pieces = 0; pieces < 1000; ++pieces) {
+    ASSERT_FALSE(ends.take().empty());
+    queue.append(piece);
+    ASSERT_EQ(queue.writeToSocket(ends.in()), Outcome::blocked);
+  }
+  EXPECT_LT(CorvaneTests::mostHeldBytes(), before + 1'000'000U);
 }
 
 TEST(OutputQueue, forgetsWhenCleared) {

@@ -277,6 +277,35 @@ TEST(Serving, clearsTheMarkOfASessionThatStartsATurn) {
   EXPECT_FALSE(isMarked());
 }
 
+TEST(Serving, tellsAgentsWithoutASessionApartByTheirFolders) {
+  HeadlessCorvane corvane;
+  ControlClient client = corvane.client();
+  const auto isMarked = [&] {
+    return ask(client, R"({"command":"current"})").workspace->attention.has_value();
+  };
+  client.ask(notify("/home/ada/Projects/site", R"("kind":"done")"));
+  client.ask(notify("/home/ada/Projects/store", R"("activity":"started")"));
+  EXPECT_TRUE(isMarked());
+  client.ask(notify("/home/ada/Projects/site", R"("activity":"started")"));
+  EXPECT_FALSE(isMarked());
+}
+
+TEST(Serving, clearsTheMarkOfTheWorkspaceThatIsSwitchedToAgain) {
+  HeadlessCorvane corvane;
+  ControlClient client = corvane.client();
+  client.ask(notify("/home/ada/Projects/site", R"("kind":"done")"));
+  ControlClient subscriber = corvane.client();
+  EXPECT_TRUE(
+      decoded<ControlEvent>(subscriber.ask(R"({"command":"subscribe"})")).workspace->attention);
+  EXPECT_FALSE(ask(client, switchTo("Site")).workspace->attention);
+  const ControlEvent cleared = nextEvent(subscriber);
+  EXPECT_EQ(cleared.event, ControlEvent::Kind::attention);
+  EXPECT_FALSE(cleared.workspace->attention);
+  ask(client, switchTo("Site"));  // there is none any more, and nothing to be told
+  ask(client, switchTo("Mail"));
+  EXPECT_EQ(nextEvent(subscriber).workspace->name, "Mail");
+}
+
 TEST(Serving, isSilentWhenQuiet) {
   HeadlessCorvane corvane({.arguments = {"--quiet"}});
   ControlClient client = corvane.client();
@@ -496,6 +525,97 @@ TEST(Serving, isNotHeldUpByAClientThatDoesNotRead) {
   for (std::size_t number = 0; number < complete; ++number) {
     ASSERT_TRUE(decoded<ControlResponse>(silent.line()).ok) << number;
   }
+}
+
+TEST(Serving, takesNoFurtherRequestOfAClientThatTakesNoAnswers) {
+  HeadlessCorvane corvane;
+  ControlClient other = corvane.client();
+  const std::string message(1'000'000, 'x');
+  other.ask(notify("/home/ada/Projects/site", R"("kind":"done","message":")" + message + "\""));
+  ControlClient silent = corvane.client();
+  constexpr std::size_t count = 20;
+  std::string requests;
+  for (std::size_t number = 0; number < count; ++number) requests += "{\"command\":\"current\"}\n";
+  silent.send(requests);
+  for (int number = 0; number < 5; ++number) EXPECT_FALSE(ask(other, switchTo("x")).ok);
+  for (std::size_t number = 0; number < count; ++number) {
+    EXPECT_TRUE(silent.line().value_or("").find(message) != std::string::npos) << number;
+  }
+  const std::string log = corvane.log();
+  const std::string told = "Told the current workspace";
+  const std::size_t first = log.find(told);
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_GT(log.find(told, first + 1), log.rfind("Refused switch")) << log;
+}
+
+/// Has a program see all at once what `act` does: it is stopped meanwhile.
+template <class Act>
+void whileStopped(const ChildProcess& process, Act act) {
+  process.signal(SIGSTOP);
+  siginfo_t stopped{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(process.pid()), &stopped, WSTOPPED | WNOWAIT), 0);
+  act();
+  process.signal(SIGCONT);
+}
+
+TEST(Serving, givesEverybodyATurn) {
+  HeadlessCorvane corvane;
+  ControlClient busy = corvane.client();
+  EXPECT_TRUE(ask(busy, switchTo("Store")).ok);
+  ControlClient other = corvane.client();
+  EXPECT_TRUE(ask(other, switchTo("Site")).ok);
+  constexpr std::size_t count = 100;
+  whileStopped(corvane.process(), [&] {
+    std::string requests;
+    for (std::size_t number = 0; number < count; ++number) {
+      requests += "{\"command\":\"current\"}\n";
+    }
+    busy.send(requests);
+    other.send(switchTo("Mail") + "\n");
+  });
+  std::string last;
+  for (std::size_t number = 0; number < count; ++number) {
+    last = decoded<ControlResponse>(busy.line()).workspace->name;
+  }
+  EXPECT_EQ(last, "Mail") << "the other one waited for all that was asked before";
+}
+
+TEST(Serving, doesAllOfTheManyThingsThatAClientAskedBeforeItLeft) {
+  HeadlessCorvane corvane;
+  ControlClient subscriber = corvane.client();
+  subscriber.ask(R"({"command":"subscribe"})");
+  ControlClient client = corvane.client();
+  EXPECT_TRUE(ask(client, R"({"command":"current"})").ok);
+  constexpr int count = 100;
+  whileStopped(corvane.process(), [&] {
+    std::string requests;
+    for (int number = 0; number < count; ++number) {
+      requests += switchTo(number % 2 == 0 ? "Mail" : "Store") + "\n";
+    }
+    client.send(requests);
+    client.close();
+  });
+  for (int number = 0; number < count; ++number) {
+    ASSERT_EQ(nextEvent(subscriber).workspace->name, number % 2 == 0 ? "Mail" : "Store");
+  }
+}
+
+TEST(Serving, tellsNothingMoreToASubscriberThatItRefuses) {
+  HeadlessCorvane corvane;
+  ControlClient subscriber = corvane.client();
+  subscriber.ask(R"({"command":"subscribe"})");
+  ControlClient other = corvane.client();
+  const std::string longest(16 << 20, 'x');
+  ASSERT_TRUE(subscriber.send(longest));
+  for (int number = 0; number < 20; ++number) {  // until all of it has been read
+    EXPECT_TRUE(ask(other, R"({"command":"current"})").ok);
+  }
+  whileStopped(corvane.process(), [&] {
+    subscriber.send("x");
+    other.send(switchTo("Mail") + "\n");
+  });
+  EXPECT_EQ(subscriber.line(), R"({"error":"The request is too long.","ok":false})");
+  EXPECT_FALSE(subscriber.line());
 }
 
 TEST(Serving, dropsASubscriberThatDoesNotRead) {

@@ -386,11 +386,14 @@ TEST(Starting, withoutAFileForAClosedDescriptorNothingIsServed) {
   EXPECT_FALSE(folder.holds("s"));
 }
 
+/// Room for some clients, and not for forty. Safe after a fork.
+void boundDescriptors() {
+  const rlimit limit{.rlim_cur = 24, .rlim_max = 24};
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 TEST(Starting, makesClientsWaitWhenThereIsNoRoom) {
-  HeadlessCorvane corvane({.beforeExec = [] {
-    const rlimit limit{.rlim_cur = 24, .rlim_max = 24};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-  }});
+  HeadlessCorvane corvane({.beforeExec = boundDescriptors});
   // The sanitizer takes descriptors for the first check of each kind, and not for the next ones.
   EXPECT_TRUE(corvane.client().ask(R"({"command":"current"})"));
   std::vector<ControlClient> clients;
@@ -404,10 +407,50 @@ TEST(Starting, makesClientsWaitWhenThereIsNoRoom) {
   }
 }
 
+TEST(Starting, letsAClientInWhenAnotherLeaves) {
+  HeadlessCorvane corvane({.beforeExec = boundDescriptors});
+  ControlClient witness = corvane.client();
+  const auto mark = [](int number) {
+    return R"({"command":"notify","kind":"done","cwd":"/home/ada/Projects/site","message":")" +
+           std::to_string(number) + "\"}";
+  };
+  // What the last client that was let in has said; each question takes at least one round.
+  const auto lastMark = [&] {
+    for (int rounds = 0; rounds < 10; ++rounds) witness.ask(R"({"command":"current"})");
+    return witness.ask(R"({"command":"current"})");
+  };
+  EXPECT_TRUE(witness.ask(mark(-1)));
+  std::vector<ControlClient> clients;
+  for (int number = 0; number < 40; ++number) {
+    clients.push_back(corvane.client());
+    clients.back().send(mark(number) + "\n");
+  }
+  ASSERT_TRUE(corvane.process().waitForOutput("There is no room for more clients"));
+  auto before = lastMark();
+  for (std::size_t leaving = 0; leaving < 8; ++leaving) {
+    clients[leaving].close();
+    const auto after = lastMark();
+    EXPECT_NE(after, before) << leaving;
+    before = after;
+  }
+}
+
+TEST(Starting, saysOnceThatThereIsNoRoom) {
+  HeadlessCorvane corvane({.beforeExec = boundDescriptors});
+  ControlClient first = corvane.client();
+  EXPECT_TRUE(first.ask(R"({"command":"subscribe"})"));
+  std::vector<ControlClient> clients;
+  for (int number = 0; number < 40; ++number) clients.push_back(corvane.client());
+  const std::string said = "There is no room for more clients";
+  ASSERT_TRUE(corvane.process().waitForOutput(said));
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // it tries again each second
+  const std::string log = corvane.log();
+  EXPECT_EQ(log.find(said), log.rfind(said)) << log;
+}
+
 TEST(Starting, doesNotTurnAndTurnWhileThereIsNoRoom) {
   HeadlessCorvane corvane({.beforeExec = [] {
-    const rlimit descriptors{.rlim_cur = 24, .rlim_max = 24};
-    ::setrlimit(RLIMIT_NOFILE, &descriptors);
+    boundDescriptors();
     const rlimit seconds{.rlim_cur = 1, .rlim_max = 1};  // of computing
     ::setrlimit(RLIMIT_CPU, &seconds);
   }});
