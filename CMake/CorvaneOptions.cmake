@@ -32,18 +32,24 @@ endif()
 if(CORVANE_COVERAGE)
   target_compile_options(CorvaneOptions INTERFACE --coverage)
   target_link_options(CorvaneOptions INTERFACE --coverage)
+  add_library(KeptCoverage OBJECT ${PROJECT_SOURCE_DIR}/Tests/Support/KeptCoverage.c)
 endif()
+
+# corvane_keep_coverage(target): a program that ends without the functions that it registers for its end,
+# or by a signal, keeps what was counted of it.
+function(corvane_keep_coverage target)
+  if(CORVANE_COVERAGE AND NOT APPLE)  # whose linker wraps no function
+    target_link_libraries(${target} PRIVATE KeptCoverage)
+    target_link_options(${target} PRIVATE -Wl,--wrap=_exit)
+  endif()
+endfunction()
 
 # corvane_link_program(target): what a program of ours is linked with. A static program starts in less
 # than half the time of a dynamic one; macOS has no static programs, so there the library and what it
 # stands on are linked in, and the system is not.
 function(corvane_link_program target)
   target_link_libraries(${target} PRIVATE CorvaneControl CorvaneOptions)
-  if(CORVANE_COVERAGE AND NOT APPLE)
-    # They end without the functions that a program registers for its end: what was counted is kept.
-    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/Tests/Support/KeptCoverage.c)
-    target_link_options(${target} PRIVATE -Wl,--wrap=_exit)
-  endif()
+  corvane_keep_coverage(${target})
   if(CORVANE_STATIC AND NOT APPLE)
     target_link_options(${target} PRIVATE -static)
   endif()

@@ -36,6 +36,10 @@ inline const std::chrono::seconds patience = [] {
   return std::chrono::seconds(stretched ? std::atoi(stretched) : 60);
 }();
 
+/// Whether a child that a test leaves behind is asked to end before it is killed: what is counted
+/// of a program that is killed is lost (Scripts/coverage).
+inline const bool endsGently = std::getenv("CORVANE_TEST_ENDS_GENTLY") != nullptr;
+
 /// Real programs, run with what a test lends them; what they print is kept.
 ///
 ///     const auto ended = run(CORVANECTL, {.arguments = {"list"},
@@ -75,6 +79,7 @@ class ChildProcess {
   }
   /// A child that is still there is killed.
   ~ChildProcess() {
+    if (!ended_ && endsGently) askToEnd();
     if (!ended_) {
       ::kill(pid_, SIGKILL);
       reap();
@@ -214,6 +219,13 @@ class ChildProcess {
     ASSERT_GT(pid_, 0) << "fork failed";
   }
 
+  void askToEnd() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    ::kill(pid_, SIGTERM);
+    while (!finished() && std::chrono::steady_clock::now() < deadline) {
+      pump(std::chrono::milliseconds(10));
+    }
+  }
   void reap() {
     while (::waitpid(pid_, &waitStatus_, 0) < 0 && errno == EINTR) {
     }
