@@ -241,6 +241,17 @@ TEST(Cut, ofManyEditsCountsTheSeparators) {
   EXPECT_EQ(card(5000), card(151));
 }
 
+TEST(Cut, ofAnEditThatFillsTheCardHidesTheSeparatorOfTheNextOne) {
+  for (const std::size_t count : {299U, 300U}) {
+    const Parsed input(R"({"file_path":"/p/a","edits":[{"new_string":")" + repeated("x\\n", count) +
+                       R"("},{"new_string":"y"}]})");
+    const auto card = Permission::parse("MultiEdit", *input, {});
+    ASSERT_EQ(card->lines.size(), 300U);
+    EXPECT_EQ(card->lines.back().text, count == 299 ? "⋯" : "x");
+    EXPECT_FALSE(card->complete);
+  }
+}
+
 TEST(Cut, ofAnEditWhoseOldTextFillsTheCardHidesTheNewOne) {
   const Parsed input(
       object({{"file_path", "/p/a"}, {"old_string", repeated("x\n", 300)}, {"new_string", "y"}}));

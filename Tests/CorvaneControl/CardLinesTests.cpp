@@ -153,6 +153,18 @@ TEST_P(Arguments, becomeLines) {
 
 INSTANTIATE_TEST_SUITE_P(CardLines, Arguments, testing::ValuesIn(argumentsCases), named);
 
+/// A list of a hundred thousand numbers is many small pieces, of which a line takes the first.
+TEST(CardLines, ofALongListShowItsBeginning) {
+  const Parsed input(R"({"a":[1)" + repeated(",2", 100'000) + "]}");
+  const Parsed shorter(R"({"a":[1)" + repeated(",2", 1000) + "]}");
+  for (const Parsed* const given : {&input, &shorter}) {
+    List list;
+    EXPECT_TRUE(list.addArguments(**given));
+    EXPECT_FALSE(list.complete());
+    EXPECT_EQ(std::move(list).take(), linesOf(1, "a: [1" + repeated(",2", 197) + ",…"));
+  }
+}
+
 /// The lines that were added, and whether they are all there.
 struct Added {
   std::vector<Line> lines{};

@@ -56,6 +56,13 @@ inline std::string linkLoopText() {
   return std::strerror(ELOOP);
 }
 
+/// The same of a socket of another type.
+inline std::string wrongSocketText() {
+  const char* const other = std::getenv("CORVANE_TESTED_C_LIBRARY");
+  if (other && std::string_view(other) == "musl") return "Protocol wrong type for socket";
+  return std::strerror(EPROTOTYPE);
+}
+
 /// From now on this process, and what it becomes, can open files for reading only, and no folders
 /// (nor the null device as a standard descriptor): false where the system has no such bound. Safe
 /// after a fork.
@@ -82,6 +89,12 @@ inline bool refuseOpening() {
 #else
   return false;
 #endif
+}
+
+/// From now on this process, and what it becomes, is a user's that no database knows; ends it where
+/// it may not be another's. Safe after a fork.
+inline void becomeUnknownUser() {
+  if (::setgid(4'000'000) != 0 || ::setuid(4'000'000) != 0) ::_exit(126);
 }
 
 /// From now on this process, and what it becomes, can make no file longer. Safe after a fork.

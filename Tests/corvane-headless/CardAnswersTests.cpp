@@ -111,9 +111,11 @@ const DialogCase dialogCases[] = {
     {"denies", command(), {"d"}, Decided{denied}},
     {"deniesByTheWord", command(), {"DENY"}, Decided{denied}},
     {"leaves", command(), {"l"}, LeftToAgent{}},
+    {"leavesByTheWord", command(), {"Leave"}, LeftToAgent{}},
     {"drawsAgain", command(), {""}, DrawAgain{}},
     {"drawsAgainForBlanks", command(), {"   "}, DrawAgain{}},
     {"showsAll", command(), {"s"}, DrawAgain{}},
+    {"showsAllByTheWord", command(), {"Show"}, DrawAgain{}},
     {"doesNotTakeYesForAnAnswer", command(), {"y"}, commandHint},
     {"doesNotTakeHalfAWord", command(), {"al"}, commandHint},
     {"doesNotTakeTwoAnswers", command(), {"a d"}, commandHint},
@@ -262,6 +264,14 @@ TEST(Dialog, recommendsTheAgentForPatchesThatSayLittle) {
   const AgentPermission one{
       .action = Action::edit, .subject = "a.c", .note = "src/a.c", .lines = {{.text = "x"}}};
   EXPECT_EQ(CardDialog(one).cautions(), std::vector<std::string>{});
+  // Files of such a name are one file all the same.
+  AgentPermission named{.action = Action::edit, .subject = "2 more", .lines = {{.text = "x"}}};
+  for (const char* const note : {"Edits 3", "src of 3 files"}) {
+    named.note = note;
+    EXPECT_EQ(CardDialog(named).cautions(), std::vector<std::string>{}) << note;
+  }
+  named.note.reset();
+  EXPECT_EQ(CardDialog(named).cautions(), std::vector<std::string>{});
 }
 
 }  // namespace

@@ -97,6 +97,7 @@ class Terminal {
 };
 
 class Console : public CorvaneTests::InATerminal {};
+class ConsoleIntoAFile : public CorvaneTests::InATerminal {};
 
 TEST_F(Console, asksAndSendsTheAnswer) {
   Terminal console;
@@ -970,6 +971,26 @@ TEST_F(Console, letsTheAgentAskWhenItEnds) {
   EXPECT_EQ(ended.output + ended.errors, "");
 }
 
+/// What is typed stays with the terminal until its line ends: half of one is dropped, too.
+TEST_F(ConsoleIntoAFile, dropsWhatIsHalfTypedWhenACardComes) {
+  const TemporaryFolder folder;
+  const PseudoTerminal terminal(80);
+  ChildOptions options =
+      HeadlessCorvane::served({.arguments = {"--answer", "ask"}}, folder.path("s"));
+  ChildOptions lent = terminal.lentTo(options);
+  lent.given.erase(1);
+  lent.given.erase(2);
+  ChildProcess corvane(CORVANE_HEADLESS, lent);
+  ASSERT_TRUE(corvane.waitForOutput("Serving"));
+  terminal.type("a");
+  ControlClient agent(folder.path("s"));
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(corvane.waitForOutput("[a] allow"));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  terminal.type("d\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
+}
+
 TEST(ConsoleWithoutATerminal, readsAnswersFromAPipe) {
   HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .input = "a\nd\nx\nl"});
   const char* const answers[] = {R"({"decision":"allowed","ok":true})",
@@ -992,6 +1013,17 @@ TEST(ConsoleWithoutATerminal, keepsWhatAPipeHoldsForTheNextCard) {
   corvane.process().write("a\nd\n");
   EXPECT_EQ(agent.ask(permission("ls")), R"({"decision":"allowed","ok":true})");
   EXPECT_EQ(agent.ask(permission("ls")), R"({"decision":"denied","ok":true})");
+}
+
+TEST(ConsoleWithoutATerminal, forgetsALineWithoutEnd) {
+  HeadlessCorvane corvane({.arguments = {"--answer", "ask"}, .keepInputOpen = true});
+  ControlClient agent = corvane.client();
+  agent.send(permission("ls") + "\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("[a] allow"));
+  corvane.process().write(std::string(300'000, 'a') + "\nd\n");
+  EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
+  const std::string log = corvane.log();
+  EXPECT_NE(log.find("That is no answer."), std::string::npos);
 }
 
 /// Has `others` calls allowed after the call c1, while another card of that call waits. Whether the
@@ -1056,6 +1088,18 @@ TEST(ConsoleWithoutATerminal, logsBackgroundTasksInWords) {
                      "Claude works in Site: A task in the background has ended\n"),
             std::string::npos)
       << log;
+}
+
+TEST(ConsoleWithoutATerminal, logsBackgroundTasksWithoutWordsAllTheSame) {
+  for (const char* const words : {"<summary>Half a sen…", "</summary>", "</summary><summary>x"}) {
+    HeadlessCorvane corvane;
+    corvane.client().ask(progress(R"("activity":"started","task":"<task-notification> )" +
+                                  std::string(words) + "\""));
+    const std::string log = corvane.log();
+    EXPECT_NE(log.find("Claude works in Site: A task in the background has ended\n"),
+              std::string::npos)
+        << log;
+  }
 }
 
 TEST(ConsoleWithoutATerminal, answersForScripts) {

@@ -313,6 +313,19 @@ TEST(HooksCommand, aHomeThatMayNotBeSearchedIsAProblem) {
   EXPECT_EQ(added.errors, problem + "; nothing is changed\n");
 }
 
+TEST(HooksCommand, aFolderInThePlaceOfTheBackupLeavesTheFileAsItWas) {
+  const Home home({".claude"});
+  home.folder.write(claudeSettings, ownSettings);
+  ASSERT_EQ(::mkdir(home.folder.path(claudeSettings + ".corvane-backup").c_str(), 0700), 0);
+  const Ended ended = home.hooks({"add", "claude"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors,
+            "corvane-headless: ~/.claude/settings.json.corvane-backup: rename: Is a directory; "
+            "~/.claude/settings.json is left as it was\n");
+  EXPECT_EQ(ended.output, "");
+  EXPECT_EQ(home.folder.read(claudeSettings), ownSettings);
+}
+
 // One failure to look must not pass for "not on this machine" at one moment and be gone the next.
 TEST(HooksCommand, looksForEachAgentOnceAndReadsEachFileOnce) {
   namespace Headless = CorvaneControl::Headless;

@@ -312,6 +312,23 @@ TEST(Serving, forgetsHalfARequestOfAClientThatLeaves) {
   EXPECT_EQ(ask(client, R"({"command":"current"})").workspace->name, "Site");
 }
 
+/// A connection that is closed with bytes unread ends with an error at the other end.
+TEST(Serving, goesOnAfterAClientThatLeavesItsAnswersUnread) {
+  HeadlessCorvane corvane;
+  {
+    ControlClient subscriber = corvane.client();
+    subscriber.ask(R"({"command":"subscribe"})");
+    ControlClient client = corvane.client();
+    EXPECT_TRUE(ask(client, switchTo("Mail")).ok);
+    ASSERT_TRUE(subscriber.isReadable(patience));
+    client.send("{\"command\":\"list\"}\n");
+    ASSERT_TRUE(client.isReadable(patience));
+  }
+  EXPECT_TRUE(corvane.process().waitForOutput("A client no longer follows the workspaces."));
+  ControlClient client = corvane.client();
+  EXPECT_EQ(ask(client, R"({"command":"current"})").workspace->name, "Mail");
+}
+
 TEST(Serving, doesWhatAClientAskedBeforeItLeft) {
   HeadlessCorvane corvane;
   ControlClient subscriber = corvane.client();

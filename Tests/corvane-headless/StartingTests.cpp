@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -304,6 +305,57 @@ TEST(Starting, tellsWhyItCannotListen) {
   EXPECT_EQ(ended.errors, "corvane-headless: " + path + ": listen: No such file or directory\n");
 }
 
+TEST(Starting, tellsThatAFileIsInTheWayOfItsFolder) {
+  const TemporaryFolder folder;
+  const std::string file = folder.write("file", "precious");
+  const Ended named = headless({"--socket", file + "/s"});
+  EXPECT_EQ(named.status, 1);
+  EXPECT_EQ(named.errors, "corvane-headless: " + file + "/s: Not a directory\n");
+  const Ended usual = run(
+      CORVANE_HEADLESS,
+      {.environment = {{"HOME", file}}, .withoutEnvironment = {"CORVANE_SOCKET", "XDG_DATA_HOME"}});
+  EXPECT_EQ(usual.status, 1);
+  EXPECT_EQ(usual.errors, "corvane-headless: " + file +
+                              (hasLibraryFolder ? "/Library" : "/.local") + ": Not a directory\n");
+  EXPECT_EQ(folder.read("file"), "precious");
+}
+
+TEST(Starting, leavesASocketThatNobodyAcceptsConnectionsOf) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path("s");
+  const auto listener = CorvaneControl::UnixSocket::listen(path, 0);
+  ASSERT_TRUE(listener);
+  std::vector<int> waiting;
+  for (;;) {  // fills the backlog
+    const auto connection = CorvaneControl::UnixSocket::connect(path, 1);
+    if (!connection) break;
+    waiting.push_back(*connection);
+  }
+  const Ended ended = headless({"--socket", path});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors,
+            "corvane-headless: " + path +
+                ": another Corvane serves this socket, but does not accept connections\n");
+  EXPECT_TRUE(S_ISSOCK(modeOf(path)));
+  for (const int connection : waiting) ::close(connection);
+  ::close(*listener);
+}
+
+TEST(Starting, leavesASocketOfAnotherKind) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path("s");
+  const int other = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+  const auto address = CorvaneControl::UnixSocket::unixAddress(path);
+  ASSERT_TRUE(address);
+  ASSERT_EQ(::bind(other, reinterpret_cast<const sockaddr*>(&address->storage), address->length),
+            0);
+  const Ended ended = headless({"--socket", path});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "corvane-headless: " + path + ": connect: " + wrongSocketText() + "\n");
+  EXPECT_TRUE(S_ISSOCK(modeOf(path)));
+  ::close(other);
+}
+
 TEST(Starting, servesAPathOf103BytesAndNotOf104) {
   const TemporaryFolder folder;
   const std::string longest = folder.path(std::string(103 - folder.path("").size(), 'x'));
@@ -336,6 +388,28 @@ TEST(Starting, makesTheUsualFolderForTheUserAlone) {
     EXPECT_EQ(modeOf(folder), S_IFDIR | S_IRWXU) << folder;
     folder.resize(folder.rfind('/'));
   }
+}
+
+TEST(Starting, aUserWithoutAHomeFolderHasToNameWhatItNeeds) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  const TemporaryFolder folder;
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0711), 0);
+  const std::string program = folder.path("corvane-headless");
+  std::filesystem::copy_file(CORVANE_HEADLESS, program);
+  const auto runs = [&](std::vector<std::string> words) {
+    return run(program, {.arguments = std::move(words),
+                         .withoutEnvironment = {"CORVANE_SOCKET", "HOME", "XDG_DATA_HOME"},
+                         .folder = "/",
+                         .beforeExec = becomeUnknownUser});
+  };
+  const Ended serving = runs({});
+  EXPECT_EQ(serving.status, 1);
+  EXPECT_EQ(serving.errors,
+            "corvane-headless: there is no home folder to serve a socket in; use --socket PATH\n");
+  const Ended hooks = runs({"hooks"});
+  EXPECT_EQ(hooks.status, 1);
+  EXPECT_EQ(hooks.errors,
+            "corvane-headless: there is no home folder to look for agents in; use --home DIR\n");
 }
 
 TEST(Starting, servesTheUsualFolderAgain) {

@@ -393,6 +393,20 @@ TEST(Corvanectl, withoutALibraryFolderTheDataFolderOfTheSystemIsUsed) {
   }
 }
 
+TEST(Corvanectl, aUserWithoutAHomeFolderHasNoApplication) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  const TemporaryFolder folder;
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0711), 0);
+  std::filesystem::copy_file(corvanectl(), folder.path("corvanectl"));
+  const Ended ended = run(folder.path("corvanectl"),
+                          {.arguments = {"list"},
+                           .withoutEnvironment = {"CORVANE_SOCKET", "HOME", "XDG_DATA_HOME"},
+                           .folder = "/",
+                           .beforeExec = becomeUnknownUser});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.errors, absent);
+}
+
 /// An application bundle with a copy of the executable in it.
 struct Bundle {
   explicit Bundle(const std::string& plist, const std::string& place = "MacOS") {
@@ -467,6 +481,16 @@ TEST_P(BundleVersion, isWhatTheBundleSays) {
   }
 }
 INSTANTIATE_TEST_SUITE_P(Corvanectl, BundleVersion, testing::ValuesIn(versionCases), named);
+
+TEST(Corvanectl, aBundleThatCannotBeReadSaysNothing) {
+  const Bundle bundle("");
+  const std::string plist = bundle.folder.path("X.app/Contents/Info.plist");
+  std::filesystem::create_symlink("Info.plist", plist);  // a link to itself
+  EXPECT_EQ(run(bundle.executable, {.arguments = {"version"}}).output, "development build\n");
+  std::filesystem::remove(plist);
+  std::filesystem::create_directory(plist);
+  EXPECT_EQ(run(bundle.executable, {.arguments = {"version"}}).output, "development build\n");
+}
 
 TEST(Corvanectl, aFolderOfAnotherNameIsNoBundle) {
   const TemporaryFolder folder;

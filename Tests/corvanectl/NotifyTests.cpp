@@ -356,6 +356,26 @@ TEST(Notify, readsWhateverKindOfStandardInputThereIs) {
   ::close(sockets[0]);
 }
 
+/// A pipe does not tell how much there is to come, so room is made again and again.
+TEST(Notify, readsAnInputOfAnySizeFromAPipe) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true}\n"));
+  std::size_t sent = 0;
+  for (const std::size_t size : {8000U, 8192U, 32'768U, 100'000U, 131'072U, 5'000'000U}) {
+    // The task is at the very end, behind what the input is mostly made of.
+    const std::string input =
+        R"({"session_id":"s1","cwd":"/w","hook_event_name":"UserPromptSubmit",)"
+        R"("filler":")" +
+        std::string(size, 'x') + R"(","prompt":"Go on"})";
+    expectSilence(run(corvanectl(), hook(peer.path(), input)));
+    ASSERT_EQ(peer.requests().size(), ++sent) << size;
+    const auto request =
+        CorvaneControl::ControlCoding::decode<ControlRequest>(peer.requests().back());
+    ASSERT_TRUE(request) << size;
+    EXPECT_EQ(request->task, "Go on") << size;
+  }
+}
+
 TEST(Notify, waitsForInputOnAPipeThatSomebodyElseMadeNonBlocking) {
   const TemporaryFolder folder;
   ScriptedPeer peer(folder.path("s"), sending("{\"ok\":true,\"decision\":\"allowed\"}\n"));
