@@ -459,6 +459,17 @@ TEST_F(Console, drawsTheCardAnewWhenTheWindowShrinks) {
   EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
 }
 
+TEST_F(Console, drawsNothingWhenTheWindowShrinksWithoutACard) {
+  Terminal console;
+  ASSERT_TRUE(console.waitFor("\n"));
+  const std::size_t from = console.seen();
+  console.terminal.resize(40);
+  console.client().ask(R"({"command":"switch","workspace":"Mail"})");
+  ASSERT_TRUE(console.waitAfter(from, "Mail.\n"));
+  EXPECT_EQ(HeadlessCorvane::withoutTimes(console.terminal.screen().substr(from)),
+            "Switched to Mail.\n");
+}
+
 TEST_F(Console, keepsWhatIsHalfTypedWhenTheWindowShrinks) {
   Terminal console(withoutColours, 80, true);
   ControlClient agent = console.asking(permission("ls"));
