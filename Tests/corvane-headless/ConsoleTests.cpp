@@ -1032,9 +1032,8 @@ TEST(ConsoleWithoutATerminal, forgetsALineWithoutEnd) {
   agent.send(permission("ls") + "\n");
   ASSERT_TRUE(corvane.process().waitForOutput("[a] allow"));
   corvane.process().write(std::string(300'000, 'a') + "\nd\n");
+  ASSERT_TRUE(corvane.process().waitForOutput("That is no answer."));
   EXPECT_EQ(agent.line(), R"({"decision":"denied","ok":true})");
-  const std::string log = corvane.log();
-  EXPECT_NE(log.find("That is no answer."), std::string::npos);
 }
 
 /// Has `others` calls allowed after the call c1, while another card of that call waits. Whether the
