@@ -48,20 +48,21 @@ inline constexpr bool canBoundMemory = true;
 inline constexpr bool canBoundMemory = false;
 #endif
 
-/// What the C library of the programs under test says of too many symbolic links. The programs are
-/// linked with this one's, unless CORVANE_TESTED_C_LIBRARY says otherwise.
-inline std::string linkLoopText() {
+/// What the C library of the programs under test says of an error. They are linked with this
+/// program's, unless CORVANE_TESTED_C_LIBRARY says otherwise; `musl` is what musl says.
+inline std::string errorText(int code, const char* musl) {
   const char* const other = std::getenv("CORVANE_TESTED_C_LIBRARY");
-  if (other && std::string_view(other) == "musl") return "Symbolic link loop";
-  return std::strerror(ELOOP);
+  return other && std::string_view(other) == "musl" ? musl : std::strerror(code);
 }
 
-/// The same of a socket of another type.
+/// Of too many symbolic links.
+inline std::string linkLoopText() { return errorText(ELOOP, "Symbolic link loop"); }
+/// Of a socket of another type.
 inline std::string wrongSocketText() {
-  const char* const other = std::getenv("CORVANE_TESTED_C_LIBRARY");
-  if (other && std::string_view(other) == "musl") return "Protocol wrong type for socket";
-  return std::strerror(EPROTOTYPE);
+  return errorText(EPROTOTYPE, "Protocol wrong type for socket");
 }
+/// Of a file or device that is broken.
+inline std::string brokenText() { return errorText(EIO, "I/O error"); }
 
 /// From now on this process, and what it becomes, can open files for reading only, and no folders
 /// (nor the null device as a standard descriptor): false where the system has no such bound. Safe

@@ -809,7 +809,8 @@ TEST(Serving, saysThatItsLogIsBroken) {
   ::close(broken);
   const Ended ended = corvane.process().wait();
   EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(ended.errors, "corvane-headless: standard output: Input/output error\n");
+  EXPECT_EQ(ended.errors,
+            "corvane-headless: standard output: " + CorvaneTests::brokenText() + "\n");
   EXPECT_FALSE(corvane.folder().holds("control.sock"));
 }
 
