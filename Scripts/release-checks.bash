@@ -5,10 +5,12 @@ emulated_patience=240
 # Left out: these count what the library costs, by their own build of it, and run none of the programs.
 not_tested='/Cost\.'
 # Left out under emulation: the emulator needs more memory than these tests leave, makes system calls of its own,
-# and tells a program a place where it cannot be run from.
+# tells a program a place where it cannot be run from, and stops for good at SIGTSTP where nobody could continue it
+# (POSIX, orphaned process groups: the signal is to do nothing there).
 not_emulated="$not_tested"'|^(Notify\.runningOutOfMemory.*|.*/Bundle(Version|Identifier)\..*|.*[tT]heToolBesideItself.*'
 not_emulated+='|Corvanectl\.saysThatThereIsNotEnoughMemory|Serving\.refusesAClientThatThereIsNoMemoryFor'
 not_emulated+='|ConsoleWithoutATerminal\.keepsNoLineOfAPipeThatDoesNotEnd|Scripts\.faults'
+not_emulated+='|Console\.goesOnWhereNobodyCouldContinueIt'
 not_emulated+='|DemoTest\..*|Scripts\.demo|ReadmeExamples\.theDemonstration.*)$'
 
 processors=$(getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2)
