@@ -23,7 +23,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -38,7 +37,7 @@ using Clock = std::chrono::steady_clock;
 namespace System = CorvaneControl::System;
 namespace UnixSocket = CorvaneControl::UnixSocket;
 
-constexpr int patience = 30'000;  // milliseconds
+constexpr double patience = 30;  // seconds
 
 int broken = 0;
 
@@ -51,13 +50,10 @@ void promise(bool kept, const std::string& what) {
 /// A client that never waits for long.
 class Client {
  public:
-  explicit Client(const std::string& path) {
-    const auto connection = UnixSocket::connect(path, 0);
-    if (connection) socket_ = *connection;
-  }
+  explicit Client(const std::string& path) : socket_(connected(path)), lines_(socket_) {}
   ~Client() { close(); }
   Client(Client&& other) noexcept
-      : socket_(std::exchange(other.socket_, -1)), received_(std::move(other.received_)) {}
+      : socket_(std::exchange(other.socket_, -1)), lines_(std::move(other.lines_)) {}
   Client& operator=(Client&&) = delete;
 
   bool isConnected() const { return socket_ >= 0; }
@@ -70,30 +66,19 @@ class Client {
     [[maybe_unused]] const bool all = UnixSocket::write(bytes, socket_);
   }
   /// The next line; empty when none comes, or the connection ends.
-  std::string line() {
-    for (std::size_t searched = 0;;) {
-      const std::size_t end = received_.find('\n', searched);
-      if (end != std::string::npos) {
-        std::string result = received_.substr(0, end);
-        received_.erase(0, end + 1);
-        return result;
-      }
-      searched = received_.size();
-      pollfd polled{.fd = socket_, .events = POLLIN, .revents = 0};
-      if (::poll(&polled, 1, patience) <= 0) return {};
-      std::array<char, 65536> chunk;
-      const ssize_t count = ::read(socket_, chunk.data(), chunk.size());
-      if (count <= 0) return {};
-      received_.append(chunk.data(), static_cast<std::size_t>(count));
-    }
-  }
+  std::string line() { return std::string(lines_.next().value_or("")); }
   std::string ask(std::string_view request) {
     return send(std::string(request) + "\n") ? line() : std::string();
   }
 
  private:
-  int socket_ = -1;
-  std::string received_{};
+  static int connected(const std::string& path) {
+    const auto connection = UnixSocket::connect(path, patience);
+    return connection ? *connection : -1;
+  }
+
+  int socket_;
+  CorvaneControl::LineReader lines_;
 };
 
 const std::string list = R"({"command":"list"})";
@@ -281,7 +266,7 @@ std::string cards(const Server& server, std::size_t count) {
 
 /// Waits until the server has done what clients that are gone have asked for, and let go of them.
 void settle(const Server& server, long descriptors) {
-  const auto deadline = Clock::now() + std::chrono::milliseconds(patience);
+  const auto deadline = Clock::now() + std::chrono::duration<double>(patience);
   while (server.descriptors() > descriptors && Clock::now() < deadline) ::usleep(20'000);
   promise(server.descriptors() <= descriptors, "descriptors are back");
 }

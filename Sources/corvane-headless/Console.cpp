@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "CorvaneControl/Platform/System.h"
+#include "CorvaneControl/UnixSocket.h"
 #include "corvane-headless/Visible.h"
 
 namespace CorvaneControl::Headless {
@@ -105,7 +106,8 @@ int watchTerminal() {
   if (::pipe(ends) != 0) return -1;
   for (const int end : ends) {
     ::fcntl(end, F_SETFD, FD_CLOEXEC);
-    ::fcntl(end, F_SETFL, ::fcntl(end, F_GETFL) | O_NONBLOCK);
+    // A handler that waits for room would wait for ever.
+    if (!UnixSocket::makeNonBlocking(end)) return -1;
   }
   wakePipe = ends[1];
   handle(SIGWINCH, wake, SA_RESTART);

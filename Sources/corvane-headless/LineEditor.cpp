@@ -11,6 +11,10 @@ constexpr char killLine = 0x15;    // Ctrl-U
 constexpr char killWord = 0x17;    // Ctrl-W
 
 constexpr bool isErase(char key) { return key == '\b' || key == 0x7F; }
+constexpr bool isLineEnd(char key) { return key == '\n' || key == '\r'; }
+/// No answer has other characters, so what they look like matters to nobody.
+constexpr char shownAs(char key) { return key >= ' ' && key < 0x7F ? key : '?'; }
+
 /// Bytes of the last word of a line and of the blanks behind it.
 std::size_t sizeOfLastWord(std::string_view line) {
   const std::size_t last = line.find_last_not_of(" \t");
@@ -18,9 +22,6 @@ std::size_t sizeOfLastWord(std::string_view line) {
   const std::size_t before = line.find_last_of(" \t", last);
   return line.size() - (before == std::string_view::npos ? 0 : before + 1);
 }
-constexpr bool isLineEnd(char key) { return key == '\n' || key == '\r'; }
-/// No answer has other characters, so what they look like matters to nobody.
-constexpr char shownAs(char key) { return key >= ' ' && key < 0x7F ? key : '?'; }
 
 }  // namespace
 

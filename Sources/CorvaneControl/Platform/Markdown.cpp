@@ -267,12 +267,13 @@ Reading read(std::string_view line) {
   arena = &own;
   if (!appendReading(source, result)) throw std::bad_alloc();
   std::string& text = result.text;
-  const auto restored = [&](std::string read) {
-    read.erase(0, noBreakSpace.size());
-    return hasReturns ? replaced(read, carriageReturn, "\r") : read;
-  };
-  result.settled = restored(text.substr(0, result.settled)).size();
-  text = restored(std::move(text));
+  text.erase(0, noBreakSpace.size());
+  result.settled -= std::min(result.settled, noBreakSpace.size());
+  if (hasReturns) {
+    const std::string_view settled(text.data(), result.settled);
+    result.settled = replaced(settled, carriageReturn, "\r").size();
+    text = replaced(text, carriageReturn, "\r");
+  }
   text += line.substr(head.size());
   return result;
 }
