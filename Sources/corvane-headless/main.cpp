@@ -192,6 +192,7 @@ int act(const CommandLine::Parsed& parsed) {
 }  // namespace
 
 int main(int count, char** words) {
+  System::protectConstants();
   // No client may take the place of one.
   if (!System::occupyStandardDescriptors()) {
     return fail("standard descriptors: " + System::errorText(errno));

@@ -4,6 +4,7 @@
 #include "Driver.h"
 
 int main(int count, char** words) {
+  CorvaneControl::System::protectConstants();
   // Nothing may take the place of one; the driver sees when the socket did.
   CorvaneControl::System::occupyStandardDescriptors();
   const auto given = static_cast<std::size_t>(count);

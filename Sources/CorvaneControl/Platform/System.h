@@ -37,6 +37,10 @@ std::optional<std::string> executablePath();
 /// is gone, or when one above it that is needed to tell may not be read.
 std::optional<std::string> currentFolder();
 
+/// Makes read-only what the linker wanted to be so once the program runs (PT_GNU_RELRO), where
+/// neither a loader nor the C library has. For the start of a program.
+void protectConstants();
+
 /// Occupies the standard descriptors (0, 1, 2) that are closed, with the null device or else with a
 /// file that cannot be written, so that nothing that is opened later takes the place of one. False
 /// and `errno` when one of them stays closed.

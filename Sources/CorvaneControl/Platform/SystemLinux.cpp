@@ -1,11 +1,15 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 
 #include <fcntl.h>
+#include <link.h>
 #include <pwd.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -52,6 +56,23 @@ std::optional<double> readDouble(std::string_view number) {
   const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
   if (result.ec != std::errc()) return std::nullopt;
   return value;
+}
+
+// musl leaves this to its loader, which a static program has not; glibc has done it.
+void protectConstants() {
+#ifndef __GLIBC__
+  const auto at = static_cast<std::uintptr_t>(::getauxval(AT_PHDR));
+  const std::span headers(reinterpret_cast<const ElfW(Phdr)*>(at), ::getauxval(AT_PHNUM));
+  const auto page = static_cast<std::uintptr_t>(::getauxval(AT_PAGESZ));
+  std::uintptr_t moved = 0;  // from where the program was linked for
+  for (const auto& header : headers) {
+    if (header.p_type == PT_PHDR) moved = at - header.p_vaddr;
+    if (header.p_type != PT_GNU_RELRO) continue;
+    const std::uintptr_t from = (moved + header.p_vaddr) / page * page;
+    const std::uintptr_t to = (moved + header.p_vaddr + header.p_memsz) / page * page;
+    ::mprotect(reinterpret_cast<void*>(from), to - from, PROT_READ);  // without it, nothing breaks
+  }
+#endif
 }
 
 int openStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
