@@ -253,8 +253,7 @@ class DocumentBuilder {
 
  private:
   static constexpr std::size_t expectedValues = 48;
-  static constexpr std::size_t smallestBlock = 512;     // bytes
-  static constexpr std::size_t largestFirst = 1 << 16;  // bytes
+  static constexpr std::size_t firstBlock = 1024;       // bytes
   static constexpr std::size_t largestBlock = 1 << 20;  // bytes
 
   void begin() {
@@ -288,10 +287,10 @@ class DocumentBuilder {
     return {items, count};
   }
 
-  /// The first block is large enough for the values of most texts.
+  /// The first block is large enough for the values of most texts, long ones included: theirs are
+  /// long strings more often than many.
   void addBlock(std::size_t bytes) {
-    nextBlock_ = blocks_ ? std::min(2 * nextBlock_, largestBlock)
-                         : std::clamp(2 * source_.size(), smallestBlock, largestFirst);
+    nextBlock_ = blocks_ ? std::min(2 * nextBlock_, largestBlock) : firstBlock;
     available_ = std::max(bytes, nextBlock_);
     void* const memory = ::operator new(sizeof(Document::Block) + available_);
     auto* const block = new (memory) Document::Block{.previous = blocks_.release()};

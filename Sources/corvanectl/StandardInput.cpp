@@ -26,6 +26,8 @@ std::size_t remainingInFile(int descriptor) {
 
 }  // namespace
 
+char StandardInput::small_[];
+
 const CorvaneControl::JSON::Value* StandardInput::value() {
   if (!read_) {
     read_ = true;

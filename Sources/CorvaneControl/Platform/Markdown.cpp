@@ -156,16 +156,29 @@ void release(void* /*memory*/) {}
 
 cmark_mem arenaMemory = {allocate, reallocate, release};
 
-// What the library keeps for as long as the process runs, its extensions, comes from elsewhere.
+// What the library keeps for as long as the process runs, its extensions, comes from where
+// everything else does.
+struct alignas(std::max_align_t) Kept {
+  std::size_t size;  // bytes behind this
+};
+
 void* allocateForGood(std::size_t count, std::size_t size) {
-  void* const memory = std::calloc(count, size);
+  const std::size_t bytes = count * size;  // the library's own few structures
+  void* const memory = ::operator new(sizeof(Kept) + bytes, std::nothrow);
   if (memory == nullptr) arena->leave();
-  return memory;
+  return std::memset(new (memory) Kept{bytes} + 1, 0, bytes);
+}
+
+void releaseForGood(void* memory) {
+  if (memory != nullptr) ::operator delete(static_cast<Kept*>(memory) - 1);
 }
 
 void* reallocateForGood(void* memory, std::size_t size) {
-  void* const moved = std::realloc(memory, size);
-  if (moved == nullptr) arena->leave();
+  void* const moved = allocateForGood(1, size);
+  if (memory == nullptr) return moved;
+  const std::size_t kept = (static_cast<Kept*>(memory) - 1)->size;
+  std::memcpy(moved, memory, std::min(kept, size));
+  releaseForGood(memory);
   return moved;
 }
 
@@ -197,7 +210,7 @@ std::string replaced(std::string_view text, std::string_view from, std::string_v
 }
 
 void attachStrikethrough(cmark_parser* parser) {
-  *cmark_get_default_mem_allocator() = {allocateForGood, reallocateForGood, std::free};
+  *cmark_get_default_mem_allocator() = {allocateForGood, reallocateForGood, releaseForGood};
   cmark_gfm_core_extensions_ensure_registered();
   cmark_parser_attach_syntax_extension(parser, cmark_find_syntax_extension("strikethrough"));
 }
