@@ -2,10 +2,11 @@
 // are run in shuffled order against the same peer, and their medians are what counts. Every one is
 // first checked for doing its work, and while it is measured the exchanges are counted.
 //
-//   CallCost ROUNDS FLOOR INPUTS NAME=PROGRAM ...
+//   CallCost ROUNDS FLOOR INPUTS [floor:]NAME=PROGRAM ...
 //
-// FLOOR is the C program, INPUTS the folder of recorded inputs, each PROGRAM a corvanectl. Writes a
-// table for Benchmarks/report to standard output, and what it is doing to standard error.
+// FLOOR is the C program, INPUTS the folder of recorded inputs, each PROGRAM a corvanectl or
+// another build of the C program. Writes a table for Benchmarks/report to standard output, and what
+// it is doing to standard error.
 
 #include <algorithm>
 #include <array>
@@ -190,6 +191,7 @@ struct Ended {
   int status = 0;  ///< As `wait4` gives it.
   double microseconds = 0;
   long kilobytes = 0;       ///< The most memory that was resident.
+  long faults = 0;          ///< Pages that it came to first, and that no disk was asked for.
   std::string output;       ///< Its first megabyte, if it was to be kept.
   std::size_t written = 0;  ///< Bytes of output, if it was to be kept.
 };
@@ -270,6 +272,7 @@ Ended run(std::vector<std::string> words, const Standard& standard) {
   ::posix_spawn_file_actions_destroy(&actions);
   ended.microseconds = time.count();
   ended.kilobytes = usage.ru_maxrss;
+  ended.faults = usage.ru_minflt;
   return ended;
 }
 
@@ -433,10 +436,12 @@ void makeInputs(const std::string& folder) {
 // --- Who is measured ---------------------------------------------------------------------------
 
 /// A program that does a work, with the words that it is run with.
+enum class Kind : std::uint8_t { floor, ours, other };
+
 struct Contender {
   std::string name;
   std::vector<std::string> words;
-  bool isOurs = false;
+  Kind kind = Kind::other;
 };
 
 bool isInstalled(const char* program) {
@@ -498,10 +503,14 @@ std::vector<Contender> otherWays(const Work& work) {
 std::vector<Contender> contenders(const Work& work, const std::string& socket,
                                   const std::string& floor,
                                   const std::vector<Contender>& programs) {
-  std::vector<Contender> all = {{"floor", {floor, work.floor, socket}}};
+  std::vector<Contender> all = {{"floor", {floor, work.floor, socket}, Kind::floor}};
   for (const Contender& program : programs) {
-    all.push_back({program.name, program.words, true});
-    all.back().words.insert(all.back().words.end(), work.arguments.begin(), work.arguments.end());
+    std::vector<std::string>& words = all.emplace_back(program).words;
+    if (program.kind == Kind::floor) {
+      words.insert(words.end(), {work.floor, socket});
+    } else {
+      words.insert(words.end(), work.arguments.begin(), work.arguments.end());
+    }
   }
   for (Contender& way : otherWays(work)) all.push_back(std::move(way));
   return all;
@@ -553,7 +562,7 @@ class Measurement {
     const std::uint64_t expected = work.requests.empty() ? 0 : 1;
     if (seen_->exchanges - before.exchanges != expected) stop(what + "there was no exchange");
     const std::string_view request(seen_->request.data());
-    if (contender.isOurs && request.find(work.requests) == std::string_view::npos) {
+    if (contender.kind == Kind::ours && request.find(work.requests) == std::string_view::npos) {
       stop(what + "it sent " + std::string(request));
     }
     const bool lists = work.floor == "list";
@@ -625,15 +634,18 @@ struct Series {
   Contender contender;
   std::optional<long long> instructions = {};
   std::vector<double> microseconds = {};
+  std::vector<long> faults = {};
   long kilobytes = 0;
 };
 
 void print(Series& series) {
   std::ranges::sort(series.microseconds);
-  std::printf("%s\t%s\t%zu\t%s\t%.1f\t%.1f\t%.1f\t%ld\t%zu\t%s\n", series.work->name,
+  std::ranges::sort(series.faults);
+  std::printf("%s\t%s\t%zu\t%s\t%.1f\t%.1f\t%.1f\t%ld\t%zu\t%ld\t%s\n", series.work->name,
               series.work->title, series.work->size, series.contender.name.c_str(),
               quantile(series.microseconds, 0.5), quantile(series.microseconds, 0.25),
               quantile(series.microseconds, 0.75), series.kilobytes, series.microseconds.size(),
+              series.faults[series.faults.size() / 2],
               series.instructions ? std::to_string(*series.instructions).c_str() : "");
 }
 
@@ -662,6 +674,7 @@ void compare(const std::string& folder, int rounds, const std::string& floor,
   for (Series* const series : runs) {
     const Ended ended = measurement.measure(*series->work, series->contender);
     series->microseconds.push_back(ended.microseconds);
+    series->faults.push_back(ended.faults);
     series->kilobytes = std::max(series->kilobytes, ended.kilobytes);
   }
   measurement.endCounting();
@@ -669,9 +682,7 @@ void compare(const std::string& folder, int rounds, const std::string& floor,
   if (isInstalled("valgrind")) {
     std::fprintf(stderr, "Counting instructions.\n");
     for (Series& series : all) {
-      if (!series.work->counted || !(series.contender.isOurs || series.contender.name == "floor")) {
-        continue;
-      }
+      if (!series.work->counted || series.contender.kind == Kind::other) continue;
       series.instructions = measurement.instructions(*series.work, series.contender);
     }
   } else {
@@ -684,7 +695,7 @@ void compare(const std::string& folder, int rounds, const std::string& floor,
 
 int main(int count, char** words) {
   if (count < 5) {
-    std::fprintf(stderr, "usage: CallCost ROUNDS FLOOR INPUTS NAME=PROGRAM ...\n");
+    std::fprintf(stderr, "usage: CallCost ROUNDS FLOOR INPUTS [floor:]NAME=PROGRAM ...\n");
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);
@@ -693,8 +704,12 @@ int main(int count, char** words) {
     const std::string_view word = words[index];
     const std::size_t equals = word.find('=');
     if (equals == std::string_view::npos) stop("no NAME=PROGRAM: " + std::string(word));
-    programs.push_back(
-        {std::string(word.substr(0, equals)), {std::string(word.substr(equals + 1))}});
+    constexpr std::string_view floor = "floor:";
+    const bool isFloor = word.starts_with(floor);
+    const std::size_t name = isFloor ? floor.size() : 0;
+    programs.push_back({std::string(word.substr(name, equals - name)),
+                        {std::string(word.substr(equals + 1))},
+                        isFloor ? Kind::floor : Kind::ours});
   }
   std::string folder = "/tmp/corvane-benchmark-XXXXXX";
   if (!::mkdtemp(folder.data())) die("mkdtemp");
