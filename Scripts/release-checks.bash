@@ -64,6 +64,7 @@ check_linux() {
   local left_out=$not_tested lent=(CORVANE_TESTED_C_LIBRARY=musl) remark=
   Tests/Structure/check-hardening "$cross/$target/corvane/Sources/CorvaneControl/libCorvaneControl.a" \
     "${programs[@]/#/$dist/$target/}"
+  Tests/Structure/check-order "$dist/$target/corvanectl"
   build_tests
   for program in "${programs[@]}"; do
     lend "$target" "$program"
