@@ -231,15 +231,20 @@ class FormReader {
     return named.has_value();
   }
 
+  /// Becomes an element where that is to be. `emplace_back()` fills all of its bytes with zeros
+  /// first.
+  template <class Element>
+  struct Empty {
+    explicit(false) operator Element() const { return {}; }
+  };
+
   template <class Element>
   bool read(std::vector<Element>& elements) {
     if (!tokens_.skip('[')) return false;
     if (tokens_.skip(']')) return true;
     elements.reserve(expectedElements);
     do {
-      Element element{};
-      if (!read(element)) return false;
-      elements.push_back(std::move(element));
+      if (!read(elements.emplace_back(Empty<Element>()))) return false;
     } while (tokens_.skip(','));
     return tokens_.skip(']');
   }

@@ -21,8 +21,15 @@ struct Sequence {
 /// The sequence at the start of a text that is not empty.
 inline Sequence first(std::string_view text) {
   const auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
+  const auto continues = [&](std::size_t index) { return (byte(index) & 0xC0U) == 0x80; };
   const std::uint8_t lead = byte(0);
   if (lead < 0x80) return {.scalar = lead, .size = 1, .isWellFormed = true};
+  // Most of what is not ASCII: three bytes, the second of which may be any that continues.
+  if (lead > 0xE0 && lead < 0xF0 && lead != 0xED && text.size() >= 3 && continues(1) &&
+      continues(2)) {
+    const char32_t scalar = (lead & 0xFU) << 12U | (byte(1) & 0x3FU) << 6U | (byte(2) & 0x3FU);
+    return {.scalar = scalar, .size = 3, .isWellFormed = true};
+  }
   if (lead < 0xC2 || lead > 0xF4) return {};
   const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
   // In the second byte overlong forms, surrogates, and what is beyond U+10FFFF are told.
@@ -31,7 +38,7 @@ inline Sequence first(std::string_view text) {
   if (text.size() < 2 || byte(1) < low || byte(1) > high) return {};
   char32_t scalar = (lead & (0x7FU >> size)) << 6U | (byte(1) & 0x3FU);
   for (std::size_t index = 2; index < size; ++index) {
-    if (index == text.size() || (byte(index) & 0xC0U) != 0x80) return {.size = index};
+    if (index == text.size() || !continues(index)) return {.size = index};
     scalar = scalar << 6U | (byte(index) & 0x3FU);
   }
   return {.scalar = scalar, .size = size, .isWellFormed = true};
