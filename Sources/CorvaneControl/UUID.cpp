@@ -56,22 +56,22 @@ std::optional<UUID> UUID::parse(std::string_view text) {
   for (const std::uint8_t place : hyphens) {
     if (text[place] != '-') return std::nullopt;
   }
-  std::array<Bytes, 2> digits;
-  auto* const place = reinterpret_cast<char*>(digits.data());
-  std::memcpy(place, text.data(), 8);
-  std::memcpy(place + 8, text.data() + 9, 4);
-  std::memcpy(place + 12, text.data() + 14, 4);
-  std::memcpy(place + 16, text.data() + 19, 4);
-  std::memcpy(place + 20, text.data() + 24, 12);
+  std::array<char, 32> allDigits;
+  std::memcpy(allDigits.data(), text.data(), 8);
+  std::memcpy(allDigits.data() + 8, text.data() + 9, 4);
+  std::memcpy(allDigits.data() + 12, text.data() + 14, 4);
+  std::memcpy(allDigits.data() + 16, text.data() + 19, 4);
+  std::memcpy(allDigits.data() + 20, text.data() + 24, 12);
+  const auto digits = std::bit_cast<std::array<Bytes, 2>>(allDigits);
   const std::array values = {valuesOf(digits[0]), valuesOf(digits[1])};
   const auto wrong =
       std::bit_cast<std::array<std::uint64_t, 2>>((values[0] | values[1]) & Hexadecimal::noDigit);
   if ((wrong[0] | wrong[1]) != 0) return std::nullopt;
-  const std::array pairs = {joined(values[0]), joined(values[1])};
+  const auto pairs = std::bit_cast<std::array<std::uint16_t, 16>>(
+      std::array{joined(values[0]), joined(values[1])});
   UUID identifier;
-  const auto* const bytes = reinterpret_cast<const std::uint16_t*>(pairs.data());
-  for (std::size_t index = 0; index < 16; ++index) {
-    identifier.bytes[index] = static_cast<std::uint8_t>(bytes[index]);
+  for (std::size_t index = 0; index < pairs.size(); ++index) {
+    identifier.bytes[index] = static_cast<std::uint8_t>(pairs[index]);
   }
   return identifier;
 }
