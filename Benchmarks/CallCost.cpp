@@ -191,7 +191,7 @@ struct Ended {
   int status = 0;  ///< As `wait4` gives it.
   double microseconds = 0;
   long kilobytes = 0;       ///< The most memory that was resident.
-  long faults = 0;          ///< Pages that it came to first, and that no disk was asked for.
+  long faults = 0;          ///< Page faults for which no disk was read (minor ones).
   std::string output;       ///< Its first megabyte, if it was to be kept.
   std::size_t written = 0;  ///< Bytes of output, if it was to be kept.
 };
@@ -435,9 +435,10 @@ void makeInputs(const std::string& folder) {
 
 // --- Who is measured ---------------------------------------------------------------------------
 
-/// A program that does a work, with the words that it is run with.
+/// The C program, `corvanectl`, or another way to the same exchange.
 enum class Kind : std::uint8_t { floor, ours, other };
 
+/// A program that does a work, with the words that it is run with.
 struct Contender {
   std::string name;
   std::vector<std::string> words;

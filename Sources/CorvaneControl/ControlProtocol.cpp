@@ -231,8 +231,8 @@ class FormReader {
     return named.has_value();
   }
 
-  /// Becomes an element where that is to be. `emplace_back()` fills all of its bytes with zeros
-  /// first.
+  /// Turns into an element at its place in a vector. `emplace_back()` without an argument would
+  /// first fill all of its bytes with zeros.
   template <class Element>
   struct Empty {
     explicit(false) operator Element() const { return {}; }

@@ -21,7 +21,9 @@ class StandardInput {
   bool grow(std::size_t capacity);
 
   bool read_ = false;
-  static char small_[8192];  // most inputs fit, and cost the pages that they reach
+  /// Most inputs fit, and touch no more pages than they need: on the stack all would be touched,
+  /// since the compiler probes large frames.
+  static char small_[8192];
   char* data_ = small_;
   std::size_t size_ = 0;
   std::size_t capacity_ = sizeof small_;
