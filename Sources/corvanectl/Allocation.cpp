@@ -15,7 +15,7 @@
 namespace {
 
 /// Pages of it that are never touched cost nothing.
-constinit Block<65536> block;
+constinit MemoryBlock<65536> block;
 
 void* allocateOnHeap(std::size_t size) {
   for (;;) {

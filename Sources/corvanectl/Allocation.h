@@ -8,7 +8,7 @@
 /// Memory that is given away in pieces, each behind the one before. Of what is taken back only the
 /// piece that was given last is given again.
 template <std::size_t capacity>
-class Block {
+class MemoryBlock {
  public:
   /// As every `new` has it, so that a piece holds whatever has no stricter alignment of its own.
   static constexpr std::size_t alignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;

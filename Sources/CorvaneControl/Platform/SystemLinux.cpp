@@ -64,7 +64,7 @@ void protectConstants() {
   const auto at = static_cast<std::uintptr_t>(::getauxval(AT_PHDR));
   const std::span headers(reinterpret_cast<const ElfW(Phdr)*>(at), ::getauxval(AT_PHNUM));
   const auto page = static_cast<std::uintptr_t>(::getauxval(AT_PAGESZ));
-  std::uintptr_t moved = 0;  // from where the program was linked for
+  std::uintptr_t moved = 0;  // only what may be moved has to say where it was linked for
   for (const auto& header : headers) {
     if (header.p_type == PT_PHDR) moved = at - header.p_vaddr;
     if (header.p_type != PT_GNU_RELRO) continue;
@@ -183,26 +183,25 @@ int syncToDisk(int descriptor) { return ::fsync(descriptor); }
 
 namespace {
 
-/// Only advice: a system that does not know it is merely slower.
-char* adviseOn(void* memory, std::size_t size) {
+/// Asks for large pages where there is room for one. Only advice: without it, it is merely slower.
+char* inLargePages(void* memory, std::size_t size) {
   if (memory == MAP_FAILED) return nullptr;
-  // What is small is used up, and its pages cost two thirds of the time when all come at once.
-  constexpr std::size_t small = 65536;
-  constexpr int populate = 23;  // MADV_POPULATE_WRITE (Linux 5.14), which musl does not name
-  ::madvise(memory, size, size <= small ? populate : MADV_HUGEPAGE);
+  constexpr std::size_t largePage = std::size_t{2} << 20;
+  if (size >= largePage) ::madvise(memory, size, MADV_HUGEPAGE);
   return static_cast<char*>(memory);
 }
 
 }  // namespace
 
 char* mapMemory(std::size_t size) {
-  return adviseOn(::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0),
-                  size);
+  void* const memory =
+      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return inLargePages(memory, size);
 }
 
 // Moves the pages, not the bytes.
 char* growMemory(char* memory, std::size_t size, std::size_t grown) {
-  return adviseOn(::mremap(memory, size, grown, MREMAP_MAYMOVE), grown);
+  return inLargePages(::mremap(memory, size, grown, MREMAP_MAYMOVE), grown);
 }
 
 void unmapMemory(char* memory, std::size_t size) { ::munmap(memory, size); }
