@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -92,20 +93,21 @@ TEST(Allocation, takesBackNothingThatIsNotItsOwn) {
 
 // What is not given back is a leak, which the sanitizers tell.
 TEST(Allocation, goesToTheHeapForWhatFindsNoRoom) {
-  constexpr std::size_t size = 10'000;
-  std::vector<char*> pieces;
+  using Piece = std::array<char, 10'000>;
+  std::vector<Piece*> pieces;
   for (int number = 0; number < 100; ++number) {
-    pieces.push_back(static_cast<char*>(::operator new(size)));
-    std::memset(pieces.back(), number, size);
-  }
-  for (int number = 0; number < 100; ++number) {
-    const char* const piece = pieces[static_cast<std::size_t>(number)];
-    EXPECT_EQ(piece[0], static_cast<char>(number));
-    EXPECT_EQ(piece[size - 1], static_cast<char>(number));
+    pieces.push_back(new Piece);
+    pieces.back()->fill(static_cast<char>(number));
   }
   for (std::size_t number = 0; number < 100; ++number) {
-    char* const piece = std::exchange(pieces[number], nullptr);  // else it would still be known
-    number % 2 == 0 ? ::operator delete(piece) : ::operator delete(piece, size);
+    Piece* const piece = std::exchange(pieces[number], nullptr);  // else it would still be known
+    EXPECT_EQ(piece->front(), static_cast<char>(number));
+    EXPECT_EQ(piece->back(), static_cast<char>(number));
+    if (number % 2 == 0) {
+      delete piece;
+    } else {
+      ::operator delete(piece);
+    }
   }
 }
 
