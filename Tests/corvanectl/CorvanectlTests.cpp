@@ -607,6 +607,31 @@ TEST(Subscribe, writesToAPipeThatSomebodyElseMadeNonBlocking) {
   EXPECT_TRUE(ended.output == bytes);
 }
 
+TEST(Subscribe, waitsForAPipeThatIsFullAndThatSomebodyElseMadeNonBlocking) {
+  const TemporaryFolder folder;
+  ScriptedPeer peer(folder.path("s"), sending("a line\n"));
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  ::fcntl(pipe[0], F_SETFD, FD_CLOEXEC);
+  ::fcntl(pipe[1], F_SETFD, FD_CLOEXEC);
+  ::fcntl(pipe[1], F_SETFL, O_NONBLOCK);
+  std::string expected;
+  while (::write(pipe[1], "x", 1) == 1) expected += 'x';
+  ChildOptions options = against(peer.path(), {"subscribe"});
+  options.given = {{1, pipe[1]}};
+  ChildProcess child(corvanectl(), options);
+  ::close(pipe[1]);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // until it waits
+  std::string output;
+  std::array<char, 4096> chunk{};
+  for (ssize_t count = 0; (count = ::read(pipe[0], chunk.data(), chunk.size())) > 0;) {
+    output.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+  ::close(pipe[0]);
+  EXPECT_TRUE(output == expected + "a line\n");
+  EXPECT_EQ(child.wait().errors, "Corvane quit.\n");
+}
+
 TEST(Corvanectl, outputThatCannotBeWrittenIsNoSuccess) {
   if (!fullDevice) GTEST_SKIP() << "this system has no device that is full";
   const int full = ::open(fullDevice, O_WRONLY | O_CLOEXEC);
