@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <utility>
 
@@ -47,6 +46,14 @@ constexpr std::string_view carriageReturn = "\f\v\f";
 
 /// In front of a line, it keeps every block from starting while emphasis still sees white space.
 constexpr std::string_view noBreakSpace = "\xC2\xA0";
+
+/// What stands in front of memory that the library has, which does not tell its size again.
+struct alignas(std::max_align_t) Header {
+  std::size_t size;  // bytes that were asked for
+};
+
+/// The bytes that the library may ask for at once: so few that no sum overflows.
+constexpr std::size_t largest = std::size_t{1} << 30;
 
 /// All the memory that the library takes for one reading, given back at once: a reading is a
 /// thousand small pieces, and a third of its time went into `malloc` and `free`.
@@ -109,15 +116,11 @@ class Arena {
                              ///< library works.
 
  private:
-  struct alignas(std::max_align_t) Header {
-    std::size_t size;  // bytes that were asked for
-  };
   struct alignas(std::max_align_t) Block {
     Block* previous;
     std::size_t size;
   };
 
-  static constexpr std::size_t largest = std::size_t{1} << 30;  // bytes, so that no sum overflows
   static constexpr std::size_t usualShare = 24;  // bytes of memory for a byte of an agent's message
 
   static constexpr std::size_t rounded(std::size_t size) {
@@ -147,9 +150,14 @@ class Arena {
 /// that could name it.
 thread_local Arena* arena = nullptr;
 
+/// The bytes of `count` things; leaves when they are too many.
+std::size_t bytesOf(std::size_t count, std::size_t size) {
+  if (size != 0 && count > largest / size) arena->leave();
+  return count * size;
+}
+
 void* allocate(std::size_t count, std::size_t size) {
-  if (size != 0 && count > std::numeric_limits<std::size_t>::max() / size) arena->leave();
-  return arena->allocateZeroed(count * size);
+  return arena->allocateZeroed(bytesOf(count, size));
 }
 void* reallocate(void* memory, std::size_t size) { return arena->reallocate(memory, size); }
 void release(void* /*memory*/) {}
@@ -158,25 +166,22 @@ cmark_mem arenaMemory = {allocate, reallocate, release};
 
 // What the library keeps for as long as the process runs, its extensions, comes from where
 // everything else does.
-struct alignas(std::max_align_t) Kept {
-  std::size_t size;  // bytes behind this
-};
 
 void* allocateForGood(std::size_t count, std::size_t size) {
-  const std::size_t bytes = count * size;  // the library's own few structures
-  void* const memory = ::operator new(sizeof(Kept) + bytes, std::nothrow);
+  const std::size_t bytes = bytesOf(count, size);
+  void* const memory = ::operator new(sizeof(Header) + bytes, std::nothrow);
   if (memory == nullptr) arena->leave();
-  return std::memset(new (memory) Kept{bytes} + 1, 0, bytes);
+  return std::memset(new (memory) Header{bytes} + 1, 0, bytes);
 }
 
 void releaseForGood(void* memory) {
-  if (memory != nullptr) ::operator delete(static_cast<Kept*>(memory) - 1);
+  if (memory != nullptr) ::operator delete(static_cast<Header*>(memory) - 1);
 }
 
 void* reallocateForGood(void* memory, std::size_t size) {
   void* const moved = allocateForGood(1, size);
   if (memory == nullptr) return moved;
-  const std::size_t kept = (static_cast<Kept*>(memory) - 1)->size;
+  const std::size_t kept = (static_cast<Header*>(memory) - 1)->size;
   std::memcpy(moved, memory, std::min(kept, size));
   releaseForGood(memory);
   return moved;
