@@ -68,9 +68,16 @@ bool isTerminalOfAnotherJob() {
          foreground != ::getpgrp();  // no jobs, no background: reading tells more
 }
 
-/// The modes that the terminal is to have while this process is stopped, or when it has quit.
-termios modesOfOthers{};
+/// Whether we have the keyboard, and the modes that the terminal has for everybody else: also while
+/// this process is stopped, and when it has quit.
 volatile std::sig_atomic_t haveKeyboard = 0;
+termios modesOfOthers{};
+
+void giveTerminalBack() {
+  if (haveKeyboard != 0 && !isTerminalOfAnotherJob()) {
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &modesOfOthers);
+  }
+}
 
 void handle(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
@@ -90,9 +97,7 @@ void leaveTerminalAt(int signal) {
 
 void leaveTerminal(int signal) {
   const int code = errno;
-  if (haveKeyboard != 0 && !isTerminalOfAnotherJob()) {
-    ::tcsetattr(STDIN_FILENO, TCSANOW, &modesOfOthers);
-  }
+  giveTerminalBack();
   ::raise(signal);  // returns when it goes on, at once where nobody could see to that
   leaveTerminalAt(signal);
   wake(signal);
@@ -230,7 +235,6 @@ void Console::takeKeyboard() {
   termios modes{};
   if (!inputIsTerminal_ || !outputIsTerminal_ || inputEnded_ || isInBackground()) return;
   if (::tcgetattr(STDIN_FILENO, &modes) != 0 || (modes.c_lflag & ICANON) == 0) return;
-  modes_ = modes;
   haveKeyboard = 0;
   modesOfOthers = modes;
   haveKeyboard = 1;
@@ -241,9 +245,8 @@ void Console::takeKeyboard() {
 }
 
 void Console::leaveKeyboard() {
-  if (modes_ && !isInBackground()) ::tcsetattr(STDIN_FILENO, TCSANOW, &*modes_);
+  giveTerminalBack();
   haveKeyboard = 0;
-  modes_.reset();
 }
 
 bool Console::isWithoutInput() {
@@ -273,7 +276,7 @@ void Console::readInput() {
     return;
   }
   const std::string echo = typed_.take(bytes, card_.isTooNew(CardOnScreen::Clock::now()));
-  if (!modes_ || (modes_->c_lflag & ECHO) == 0) return;
+  if (haveKeyboard == 0 || (modesOfOthers.c_lflag & ECHO) == 0) return;
   append(echo);
   isRowOpen_ = !typed_.shown().empty();
 }
@@ -299,7 +302,7 @@ void Console::dropTyped() {
     for (int count = 0; count < mostReadAtOnce && !inputEnded_ && isInputReady(); ++count) {
       readInput();
     }
-    if (!modes_) ::tcflush(STDIN_FILENO, TCIFLUSH);  // half a line, which can't be read
+    if (haveKeyboard == 0) ::tcflush(STDIN_FILENO, TCIFLUSH);  // half a line, which can't be read
   }
   const bool dropped = !typed_.isEmpty();
   typed_.forget();

@@ -5,8 +5,6 @@
 #include <optional>
 #include <string_view>
 
-#include <termios.h>
-
 #include "CorvaneControl/UnixSocket.h"
 #include "corvane-headless/CardOnScreen.h"
 #include "corvane-headless/LineEditor.h"
@@ -107,10 +105,9 @@ class Console {
   OutputQueue output_{};
   std::uint64_t appended_ = 0;  // bytes that ever went into the queue
   CardOnScreen card_{};
-  LineBuffer piped_{};              // input that is no terminal
-  LineEditor typed_{};              // input that is one
-  bool isRowOpen_ = false;          // what is half typed stands in the last row
-  std::optional<termios> modes_{};  // of the terminal, while we have the keyboard
+  LineBuffer piped_{};      // input that is no terminal
+  LineEditor typed_{};      // input that is one
+  bool isRowOpen_ = false;  // what is half typed stands in the last row
 };
 
 }  // namespace CorvaneControl::Headless
