@@ -502,9 +502,8 @@ std::vector<Contender> otherWays(const Work& work) {
 }
 
 std::vector<Contender> contenders(const Work& work, const std::string& socket,
-                                  const std::string& floor,
                                   const std::vector<Contender>& programs) {
-  std::vector<Contender> all = {{"floor", {floor, work.floor, socket}, Kind::floor}};
+  std::vector<Contender> all;
   for (const Contender& program : programs) {
     std::vector<std::string>& words = all.emplace_back(program).words;
     if (program.kind == Kind::floor) {
@@ -635,28 +634,28 @@ struct Series {
   Contender contender;
   std::optional<long long> instructions = {};
   std::vector<double> microseconds = {};
-  std::vector<long> faults = {};
+  std::vector<double> faults = {};
   long kilobytes = 0;
 };
 
 void print(Series& series) {
   std::ranges::sort(series.microseconds);
   std::ranges::sort(series.faults);
-  std::printf("%s\t%s\t%zu\t%s\t%.1f\t%.1f\t%.1f\t%ld\t%zu\t%ld\t%s\n", series.work->name,
+  std::printf("%s\t%s\t%zu\t%s\t%.1f\t%.1f\t%.1f\t%ld\t%zu\t%.0f\t%s\n", series.work->name,
               series.work->title, series.work->size, series.contender.name.c_str(),
               quantile(series.microseconds, 0.5), quantile(series.microseconds, 0.25),
               quantile(series.microseconds, 0.75), series.kilobytes, series.microseconds.size(),
-              series.faults[series.faults.size() / 2],
+              quantile(series.faults, 0.5),
               series.instructions ? std::to_string(*series.instructions).c_str() : "");
 }
 
-void compare(const std::string& folder, int rounds, const std::string& floor,
-             const std::string& inputs, const std::vector<Contender>& programs) {
+void compare(const std::string& folder, int rounds, const std::string& inputs,
+             const std::vector<Contender>& programs) {
   const std::vector<Work> works = worksIn(folder, inputs);
   Measurement measurement(folder, inputs);
   std::vector<Series> all;
   for (const Work& work : works) {
-    for (Contender& one : contenders(work, measurement.socketOf(work), floor, programs)) {
+    for (Contender& one : contenders(work, measurement.socketOf(work), programs)) {
       all.push_back({&work, std::move(one)});
     }
   }
@@ -675,7 +674,7 @@ void compare(const std::string& folder, int rounds, const std::string& floor,
   for (Series* const series : runs) {
     const Ended ended = measurement.measure(*series->work, series->contender);
     series->microseconds.push_back(ended.microseconds);
-    series->faults.push_back(ended.faults);
+    series->faults.push_back(static_cast<double>(ended.faults));
     series->kilobytes = std::max(series->kilobytes, ended.kilobytes);
   }
   measurement.endCounting();
@@ -700,7 +699,7 @@ int main(int count, char** words) {
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);
-  std::vector<Contender> programs;
+  std::vector<Contender> programs = {{"floor", {words[2]}, Kind::floor}};
   for (int index = 4; index < count; ++index) {
     const std::string_view word = words[index];
     const std::size_t equals = word.find('=');
@@ -715,7 +714,7 @@ int main(int count, char** words) {
   std::string folder = "/tmp/corvane-benchmark-XXXXXX";
   if (!::mkdtemp(folder.data())) die("mkdtemp");
   makeInputs(folder);
-  compare(folder, std::max(std::atoi(words[1]), 1), words[2], words[3], programs);
+  compare(folder, std::max(std::atoi(words[1]), 1), words[3], programs);
   for (const char* const name : {"/1k.json", "/4k.json", "/16k.json", "/64k.json", "/1m.json",
                                  "/32m.json", "/counted", "/exchange", "/stream"}) {
     ::unlink((folder + name).c_str());

@@ -92,12 +92,6 @@ inline bool refuseOpening() {
 #endif
 }
 
-/// From now on this process, and what it becomes, is a user's that no database knows; ends it where
-/// it may not be another's. Safe after a fork.
-inline void becomeUnknownUser() {
-  if (::setgid(4'000'000) != 0 || ::setuid(4'000'000) != 0) ::_exit(126);
-}
-
 /// From now on this process, and what it becomes, can make no file longer. Safe after a fork.
 inline void refuseFileGrowth() {
   const rlimit limit{.rlim_cur = 0, .rlim_max = 0};

@@ -909,6 +909,22 @@ class JobOfAShell {
     }
     return isOrdinary(terminal.modes()) == ordinary;
   }
+  /// Has the card of `agent`'s that is there allowed.
+  void allows(ControlClient& agent) {
+    answer(terminal, "a");
+    EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+  }
+  /// Types a key that stops or quits, and sees the shell take over.
+  void leavesAt(std::string_view key) {
+    terminal.type(key);
+    ASSERT_TRUE(terminal.waitFor("Stopped by the user."));
+    EXPECT_TRUE(isOrdinary(terminal.modes()));
+    terminal.type("\n");
+  }
+  void ends() {
+    terminal.type("\x03");
+    shell.wait();
+  }
 
   TemporaryFolder folder{};
   PseudoTerminal terminal;
@@ -936,10 +952,8 @@ TEST_F(Console, takesWhatIsTypedForAnotherJobForNoEndOfInput) {
   job.terminal.type("words\n");
   ASSERT_TRUE(job.terminal.waitFor("Read words."));
   EXPECT_FALSE(agent.isReadable(std::chrono::milliseconds(100)));
-  answer(job.terminal, "a");
-  EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
-  job.terminal.type("\x03");
-  job.shell.wait();
+  job.allows(agent);
+  job.ends();
 }
 
 TEST_F(Console, lendsTheTerminalToTheShellWhileItIsStopped) {
@@ -950,26 +964,18 @@ TEST_F(Console, lendsTheTerminalToTheShellWhileItIsStopped) {
     agent.send(permission(std::string(card)) + "\n");
     ASSERT_TRUE(job.terminal.waitFor("1   " + std::string(card)));
     if (card == "ls") {
-      job.terminal.type("\x1a");
-      ASSERT_TRUE(job.terminal.waitFor("Stopped by the user."));
-      EXPECT_TRUE(JobOfAShell::isOrdinary(job.terminal.modes()));
-      job.terminal.type("\n");
+      job.leavesAt("\x1a");
       EXPECT_TRUE(job.becomes(false));
     }
-    answer(job.terminal, "a");
-    EXPECT_EQ(agent.line(), R"({"decision":"allowed","ok":true})");
+    job.allows(agent);
   }
-  job.terminal.type("\x03");
-  job.shell.wait();
+  job.ends();
 }
 
 TEST_F(Console, leavesTheTerminalAsItWasWhenItQuits) {
   JobOfAShell job("read -r line");
   ASSERT_TRUE(job.becomes(false));
-  job.terminal.type("\x1c");
-  ASSERT_TRUE(job.terminal.waitFor("Stopped by the user."));
-  EXPECT_TRUE(JobOfAShell::isOrdinary(job.terminal.modes()));
-  job.terminal.type("\n");
+  job.leavesAt("\x1c");
   job.shell.wait();
 }
 

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +20,7 @@
 #include "CorvaneControl/UnixSocket.h"
 #include "HeadlessCorvane.h"
 #include "Support/SystemUnderTest.h"
+#include "Support/UnknownUser.h"
 
 namespace CorvaneTests {
 namespace {
@@ -391,22 +391,12 @@ TEST(Starting, makesTheUsualFolderForTheUserAlone) {
 }
 
 TEST(Starting, aUserWithoutAHomeFolderHasToNameWhatItNeeds) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
-  const TemporaryFolder folder;
-  ASSERT_EQ(::chmod(folder.path().c_str(), 0711), 0);
-  const std::string program = folder.path("corvane-headless");
-  std::filesystem::copy_file(CORVANE_HEADLESS, program);
-  const auto runs = [&](std::vector<std::string> words) {
-    return run(program, {.arguments = std::move(words),
-                         .withoutEnvironment = {"CORVANE_SOCKET", "HOME", "XDG_DATA_HOME"},
-                         .folder = "/",
-                         .beforeExec = becomeUnknownUser});
-  };
-  const Ended serving = runs({});
+  if (!canBeUnknownUser()) GTEST_SKIP() << "only root can be another user";
+  const Ended serving = runAsUnknownUser(CORVANE_HEADLESS, {});
   EXPECT_EQ(serving.status, 1);
   EXPECT_EQ(serving.errors,
             "corvane-headless: there is no home folder to serve a socket in; use --socket PATH\n");
-  const Ended hooks = runs({"hooks"});
+  const Ended hooks = runAsUnknownUser(CORVANE_HEADLESS, {"hooks"});
   EXPECT_EQ(hooks.status, 1);
   EXPECT_EQ(hooks.errors,
             "corvane-headless: there is no home folder to look for agents in; use --home DIR\n");

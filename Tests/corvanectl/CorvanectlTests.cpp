@@ -22,6 +22,7 @@
 
 #include "CorvaneControl/ControlCommandLine.h"
 #include "Corvanectl.h"
+#include "Support/UnknownUser.h"
 
 namespace CorvaneTests {
 namespace {
@@ -394,15 +395,8 @@ TEST(Corvanectl, withoutALibraryFolderTheDataFolderOfTheSystemIsUsed) {
 }
 
 TEST(Corvanectl, aUserWithoutAHomeFolderHasNoApplication) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
-  const TemporaryFolder folder;
-  ASSERT_EQ(::chmod(folder.path().c_str(), 0711), 0);
-  std::filesystem::copy_file(corvanectl(), folder.path("corvanectl"));
-  const Ended ended = run(folder.path("corvanectl"),
-                          {.arguments = {"list"},
-                           .withoutEnvironment = {"CORVANE_SOCKET", "HOME", "XDG_DATA_HOME"},
-                           .folder = "/",
-                           .beforeExec = becomeUnknownUser});
+  if (!canBeUnknownUser()) GTEST_SKIP() << "only root can be another user";
+  const Ended ended = runAsUnknownUser(corvanectl(), {"list"});
   EXPECT_EQ(ended.status, 3);
   EXPECT_EQ(ended.errors, absent);
 }
